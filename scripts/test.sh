@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the suite in release and under AddressSanitizer + UBSan, the
+# installed package from a consumer project, and the JSON fuzzer (FUZZ_SECONDS, default 60;
+# 0 skips it).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+
+scripts/install-deps.sh test fuzz
+
+for preset in release asan; do
+    echo "== $preset: build"
+    cmake --preset "$preset" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_EXAMPLES=ON >/dev/null
+    cmake --build --preset "$preset"
+    echo "== $preset: test"
+    ctest --preset "$preset" -j2
+done
+
+echo "== package: install and build a consumer project"
+rm -rf build/install build/consumer
+cmake --install build/release --prefix build/install >/dev/null
+cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$root/build/install" >/dev/null
+cmake --build build/consumer
+build/consumer/zel-consumer
+PKG_CONFIG_PATH="$root/build/install/lib/pkgconfig" \
+    g++ tests/consumer/main.cpp -o build/consumer/zel-consumer-pc \
+    $(PKG_CONFIG_PATH="$root/build/install/lib/pkgconfig" pkg-config --cflags --libs zel) \
+    -Wl,-rpath,"$root/build/install/lib"
+build/consumer/zel-consumer-pc
+
+seconds=${FUZZ_SECONDS:-60}
+if [ "$seconds" -gt 0 ]; then
+    echo "== fuzz: $seconds s"
+    scripts/fuzz.sh "$seconds"
+fi
+echo "All tests passed."

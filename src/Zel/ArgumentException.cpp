@@ -1,0 +1,7 @@
+#include <Zel/ArgumentException.h>
+
+namespace Zel {
+
+ArgumentException::~ArgumentException() = default;
+
+} // namespace Zel

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <Zel/Detail/VariantMap.h>
+#include <Zel/Variant.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Zel::Json::Detail {
+
+// The JSON reader: three positions into the caller's bytes (start, end, current), which are
+// never copied.
+class Reader {
+public:
+    explicit Reader(std::string_view text) noexcept
+        : m_start(text.data()), m_end(text.data() + text.size()), m_current(m_start) {}
+
+    Variant parse();
+
+    static void appendUtf8(std::string& out, unsigned code);
+
+private:
+    struct Frame {
+        bool isObject;
+        std::size_t start; // first pending member or element of this container
+    };
+
+    [[noreturn]] static void throwUnexpectedEnd();
+    [[noreturn]] void throwInvalidCharacter() const;
+    char skipWhiteSpace();
+    void readLiteral(const char* literal, std::size_t length);
+    void readString(std::string& out);
+    void readKey();
+    Variant readScalar(char c);
+    Variant readNumber();
+    Variant readFloat(const char* first, const char* last);
+
+    const char* m_start;
+    const char* m_end;
+    const char* m_current;
+    std::vector<Frame> m_frames;
+    std::vector<Zel::Detail::VariantMap::Entry> m_members;
+    std::vector<Variant> m_values;
+};
+
+} // namespace Zel::Json::Detail

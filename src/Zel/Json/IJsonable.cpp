@@ -1,0 +1,7 @@
+#include <Zel/Json/IJsonable.h>
+
+namespace Zel::Json {
+
+IJsonable::~IJsonable() = default;
+
+} // namespace Zel::Json

@@ -1,0 +1,103 @@
+#include <Zel/Json/Json.h>
+
+#include <Zel/Json/Detail/Reader.h>
+#include <Zel/Json/Detail/Writer.h>
+#include <Zel/Json/ParserException.h>
+
+#include <cstdio>
+
+namespace Zel {
+
+std::string Variant::toJson() const {
+    Json::Detail::Writer writer;
+    writer.write(*this);
+    return writer.take();
+}
+
+namespace Json {
+
+const std::string _encodedNull = "null";
+const std::string _encodedTrue = "true";
+const std::string _encodedFalse = "false";
+const std::string _encodedEmptyString = "\"\"";
+
+Variant parse(std::string_view text) {
+    return Detail::Reader(text).parse();
+}
+
+Variant parse(const std::string& text) {
+    return Detail::Reader(text).parse();
+}
+
+std::string _encodeString(std::string_view text) {
+    Detail::Writer writer;
+    writer.writeString(text);
+    return writer.take();
+}
+
+namespace {
+
+[[noreturn]] void throwUndecodable(const std::string& text, char character) {
+    throw ParserException("Json string \"" + text + "\" can not be decoded. | error=Invalid character '" + character);
+}
+
+int hexValue(char c) noexcept {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+} // namespace
+
+std::string decodeJsonString(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c != '\\') {
+            out += c;
+            continue;
+        }
+        // A backslash at the very end has no escape letter: report the backslash itself.
+        if (++i == text.size()) throwUndecodable(text, '\\');
+        switch (text[i]) {
+        case '"': out += '"'; break;
+        case '/': out += '/'; break;
+        case '\\': out += '\\'; break;
+        case 'b': out += '\b'; break;
+        case 'f': out += '\f'; break;
+        case 'n': out += '\n'; break;
+        case 'r': out += '\r'; break;
+        case 't': out += '\t'; break;
+        case 'u': {
+            unsigned code = 0;
+            for (int digit = 0; digit < 4; ++digit) {
+                if (++i == text.size()) throwUndecodable(text, 'u');
+                const int value = hexValue(text[i]);
+                if (value < 0) throwUndecodable(text, text[i]);
+                code = code << 4 | static_cast<unsigned>(value);
+            }
+            Detail::Reader::appendUtf8(out, code);
+            break;
+        }
+        default: throwUndecodable(text, text[i]);
+        }
+    }
+    return out;
+}
+
+std::string encode(Date date) {
+    if (date.isNull()) return _encodedNull;
+    char text[32];
+    const int length = std::snprintf(text, sizeof text, "\"%d%c%02d%c%02d\"", date.year(), '-', date.month(), '-', date.day());
+    return std::string(text, static_cast<std::size_t>(length));
+}
+
+std::string encode(DateTime dateTime) {
+    if (dateTime.isNull()) return _encodedNull;
+    return dateTime.format("\"Y-M-D H:m:S\"");
+}
+
+} // namespace Json
+} // namespace Zel

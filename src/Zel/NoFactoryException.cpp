@@ -1,0 +1,7 @@
+#include <Zel/NoFactoryException.h>
+
+namespace Zel {
+
+NoFactoryException::~NoFactoryException() = default;
+
+} // namespace Zel

@@ -1,0 +1,7 @@
+#include <Zel/NotSupportedException.h>
+
+namespace Zel {
+
+NotSupportedException::~NotSupportedException() = default;
+
+} // namespace Zel

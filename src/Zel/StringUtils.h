@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Zel/Export.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace Zel::StringUtils {
+
+// Base-10 integer with the rules of std::stoi (leading white space and a sign accepted, parsing
+// stops at the first non-digit), but with the library's own failure texts on every platform:
+// std::invalid_argument "invalid stoi argument" and std::out_of_range "stoi argument out of range".
+// `consumed`, when given, receives the number of bytes read.
+ZEL_API int stoi(std::string_view text, std::size_t* consumed = nullptr, int base = 10);
+
+// Unsigned 64-bit integer with the rules of std::stoull (a leading '-' negates modulo 2^64),
+// failing with "invalid stoull argument" / "stoull argument out of range".
+ZEL_API unsigned long long stoull(std::string_view text, std::size_t* consumed = nullptr, int base = 10);
+
+// ASCII upper case: bytes a..z become A..Z, every other byte stays.
+ZEL_API std::string toUpper(std::string_view text);
+
+} // namespace Zel::StringUtils
