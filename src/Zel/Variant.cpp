@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 namespace Zel {
 
@@ -48,6 +49,71 @@ std::string decimal(T value) {
 } // namespace
 
 Variant::ExtValue::~ExtValue() = default;
+
+namespace {
+
+// A per-thread stack of free payload blocks in two sizes. Blocks freed on another thread than
+// the one that allocated them simply join that thread's cache; the cache is bounded and is
+// handed back to the heap when the thread ends.
+thread_local bool cacheGone = false;
+
+class PayloadCache {
+public:
+    static constexpr std::size_t smallBlock = 48;
+    static constexpr std::size_t largeBlock = 96;
+    static constexpr std::size_t maxCached = 8192;
+
+    ~PayloadCache() {
+        cacheGone = true; // values released later in this thread's exit go straight to the heap
+        for (Stack& stack : m_stacks) {
+            while (stack.top) {
+                Free* next = stack.top->next;
+                ::operator delete(stack.top);
+                stack.top = next;
+            }
+        }
+    }
+
+    void* allocate(std::size_t size) {
+        if (size > largeBlock) return ::operator new(size);
+        Stack& stack = m_stacks[size > smallBlock];
+        if (!stack.top) return ::operator new(size > smallBlock ? largeBlock : smallBlock);
+        Free* block = stack.top;
+        stack.top = block->next;
+        --stack.count;
+        return block;
+    }
+
+    void release(void* block, std::size_t size) noexcept {
+        if (size > largeBlock || cacheGone) return ::operator delete(block);
+        Stack& stack = m_stacks[size > smallBlock];
+        if (stack.count == maxCached) return ::operator delete(block);
+        stack.top = new (block) Free{stack.top};
+        ++stack.count;
+    }
+
+private:
+    struct Free {
+        Free* next;
+    };
+    struct Stack {
+        Free* top = nullptr;
+        std::size_t count = 0;
+    };
+    Stack m_stacks[2];
+};
+
+thread_local PayloadCache payloadCache;
+
+} // namespace
+
+void* Variant::ExtValue::operator new(std::size_t size) {
+    return payloadCache.allocate(size);
+}
+
+void Variant::ExtValue::operator delete(void* block, std::size_t size) noexcept {
+    payloadCache.release(block, size);
+}
 
 // --- construction and assignment -----------------------------------------------------------------
 
@@ -133,17 +199,6 @@ Variant& Variant::operator=(const Variant& other) noexcept {
     release();
     m_type = other.m_type;
     m_value = other.m_value;
-    return *this;
-}
-
-Variant& Variant::operator=(Variant&& other) noexcept {
-    if (this != &other) {
-        release();
-        m_type = other.m_type;
-        m_value = other.m_value;
-        other.m_type = Type::Null;
-        other.m_value.i64 = 0;
-    }
     return *this;
 }
 

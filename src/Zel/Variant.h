@@ -19,6 +19,9 @@ namespace Zel {
 namespace Detail {
 class VariantMap;
 }
+namespace Json::Detail {
+class Writer;
+}
 
 // The library's one dynamic value: null, bool, integers, floating point, date, time, timestamp,
 // string, binary, map (string keys in byte-wise order) or vector.
@@ -56,10 +59,13 @@ public:
         Vector = 15,
     };
 
-    // Base of the shared payloads; the concrete types are internal.
+    // Base of the shared payloads; the concrete types are internal. Payload blocks come from a
+    // small per-thread cache: documents allocate and free them by the thousand.
     struct ExtValue {
         virtual ~ExtValue();
         virtual ExtValue* clone() const = 0;
+        static void* operator new(std::size_t size);
+        static void operator delete(void* block, std::size_t size) noexcept;
         std::atomic<std::int32_t> m_refCount{1};
     };
     struct ExtValueString;
@@ -119,7 +125,16 @@ public:
     Variant(LongBinary&& value);
 
     Variant& operator=(const Variant& other) noexcept;
-    Variant& operator=(Variant&& other) noexcept;
+    Variant& operator=(Variant&& other) noexcept {
+        if (this != &other) {
+            release();
+            m_type = other.m_type;
+            m_value = other.m_value;
+            other.m_type = Type::Null;
+            other.m_value.i64 = 0;
+        }
+        return *this;
+    }
     Variant& operator=(std::nullptr_t) noexcept;
     Variant& operator=(bool value) noexcept;
     Variant& operator=(unsigned char value) noexcept;
@@ -262,6 +277,7 @@ public:
 
 private:
     friend class VariantIterator;
+    friend class Json::Detail::Writer;
 
     union Value {
         bool b;

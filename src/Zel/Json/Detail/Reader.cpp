@@ -172,11 +172,17 @@ Variant Reader::readNumber() {
     if (negative) ++p;
     const char* const digits = p;
     std::uint64_t magnitude = 0;
+    for (; p < m_end && isDigit(*p); ++p) magnitude = magnitude * 10 + static_cast<unsigned>(*p - '0');
+    // Up to 19 digits cannot wrap 64 bits; beyond that only zeros may lead.
     bool overflow = false;
-    for (; p < m_end && isDigit(*p); ++p) {
-        const auto digit = static_cast<unsigned>(*p - '0');
-        if (magnitude > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) overflow = true;
-        magnitude = magnitude * 10 + digit;
+    if (p - digits > 19) {
+        const char* significant = digits;
+        while (significant < p && *significant == '0') ++significant;
+        overflow = p - significant > 20 || (p - significant == 20 && std::string_view(significant, 20) > "18446744073709551615");
+        if (!overflow) {
+            magnitude = 0;
+            for (const char* d = significant; d < p; ++d) magnitude = magnitude * 10 + static_cast<unsigned>(*d - '0');
+        }
     }
     if (p < m_end && isNumberByte(*p)) {
         // A fraction, an exponent or a stray sign: take the whole run.

@@ -1,5 +1,6 @@
 #include <Zel/Json/Detail/Writer.h>
 
+#include <Zel/Detail/ExtValue.h>
 #include <Zel/Detail/VariantMap.h>
 #include <Zel/GenericException.h>
 
@@ -45,33 +46,52 @@ std::string Writer::take() {
     return std::move(m_buffer);
 }
 
+namespace {
+
+// True when any byte of the word is below 0x20, a double quote or a backslash.
+inline bool needsEscape(std::uint64_t word) noexcept {
+    constexpr std::uint64_t ones = 0x0101010101010101ULL;
+    constexpr std::uint64_t highs = 0x8080808080808080ULL;
+    const std::uint64_t quotes = word ^ (ones * '"');
+    const std::uint64_t slashes = word ^ (ones * '\\');
+    const std::uint64_t control = (word - ones * 0x20) & ~word; // high bit set where byte < 0x20
+    return (((quotes - ones) & ~quotes) | ((slashes - ones) & ~slashes) | control) & highs;
+}
+
+} // namespace
+
 void Writer::writeString(std::string_view text) {
-    reserve(text.size() * 6 + 2);
-    char* out = m_cursor;
-    *out++ = '"';
+    // Room for the text as it is; escapes reserve their own extra room as they come.
+    reserve(text.size() + 2);
+    *m_cursor++ = '"';
     const char* in = text.data();
     const char* const end = in + text.size();
     while (in < end) {
-        // Copy the run of bytes that need no escape in one go.
         const char* run = in;
+        while (end - in >= 8) {
+            std::uint64_t word;
+            std::memcpy(&word, in, 8);
+            if (needsEscape(word)) break;
+            in += 8;
+        }
         while (in < end && escapeTable[static_cast<unsigned char>(*in)] == 0) ++in;
-        std::memcpy(out, run, static_cast<std::size_t>(in - run));
-        out += in - run;
+        std::memcpy(m_cursor, run, static_cast<std::size_t>(in - run));
+        m_cursor += in - run;
         if (in == end) break;
         const auto byte = static_cast<unsigned char>(*in++);
         const char escape = escapeTable[byte];
-        *out++ = '\\';
+        reserve(static_cast<std::size_t>(end - in) + 8);
+        *m_cursor++ = '\\';
         if (escape == 'u') {
-            std::memcpy(out, "u00", 3);
-            out[3] = hexDigits[byte >> 4];
-            out[4] = hexDigits[byte & 0xF];
-            out += 5;
+            std::memcpy(m_cursor, "u00", 3);
+            m_cursor[3] = hexDigits[byte >> 4];
+            m_cursor[4] = hexDigits[byte & 0xF];
+            m_cursor += 5;
         } else {
-            *out++ = escape;
+            *m_cursor++ = escape;
         }
     }
-    *out++ = '"';
-    m_cursor = out;
+    *m_cursor++ = '"';
 }
 
 void Writer::writeDouble(double value) {
@@ -105,42 +125,46 @@ void Writer::writeInteger(Integer value) {
     m_cursor = std::to_chars(m_cursor, m_limit, value).ptr;
 }
 
-// Writes a scalar or opens a container; returns true when a container was opened (and pushed).
-bool Writer::writeValue(const Variant& value) {
-    switch (value.type()) {
-    case Variant::Type::Null: writeRaw("null", 4); return false;
+// Writes a scalar or opens a container (pushing it). Reads the Variant's fields directly: this is
+// the innermost loop of writing.
+void Writer::writeValue(const Variant& value) {
+    const Variant::Value& word = value.m_value;
+    switch (value.m_type) {
+    case Variant::Type::Null: writeRaw("null", 4); return;
     case Variant::Type::Bool:
-        if (static_cast<bool>(value)) {
+        if (word.b) {
             writeRaw("true", 4);
         } else {
             writeRaw("false", 5);
         }
-        return false;
-    case Variant::Type::Byte:
-    case Variant::Type::Short:
-    case Variant::Type::Int32: writeInteger(static_cast<int>(value)); return false;
-    case Variant::Type::Int64: writeInteger(static_cast<std::int64_t>(value)); return false;
-    case Variant::Type::Float: writeDouble(static_cast<float>(value)); return false;
-    case Variant::Type::Double: writeDouble(static_cast<double>(value)); return false;
-    case Variant::Type::String: writeString(value._string()); return false;
+        return;
+    case Variant::Type::Byte: writeInteger(static_cast<int>(word.u8)); return;
+    case Variant::Type::Short: writeInteger(static_cast<int>(word.i16)); return;
+    case Variant::Type::Int32: writeInteger(word.i32); return;
+    case Variant::Type::Int64: writeInteger(word.i64); return;
+    case Variant::Type::Float: writeDouble(word.f); return;
+    case Variant::Type::Double: writeDouble(word.d); return;
+    case Variant::Type::String: writeString(static_cast<const Variant::ExtValueString*>(word.ext)->m_value); return;
     case Variant::Type::Map: {
-        const Zel::Detail::VariantMap& map = value._map();
+        const Zel::Detail::VariantMap& map = static_cast<const Variant::ExtValueMap*>(word.ext)->m_value;
         if (map.empty()) {
             writeRaw("{}", 2);
-            return false;
+            return;
         }
         writeRaw("{", 1);
-        m_stack.push_back(Frame{&value, map.begin(), 0});
-        return true;
+        m_stack.push_back(Frame{nullptr, map.begin(), 0, 0});
+        return;
     }
-    case Variant::Type::Vector:
-        if (value._vector().empty()) {
+    case Variant::Type::Vector: {
+        const std::vector<Variant>& elements = static_cast<const Variant::ExtValueVector*>(word.ext)->m_value;
+        if (elements.empty()) {
             writeRaw("[]", 2);
-            return false;
+            return;
         }
         writeRaw("[", 1);
-        m_stack.push_back(Frame{&value, {}, 0});
-        return true;
+        m_stack.push_back(Frame{elements.data(), {}, 0, elements.size()});
+        return;
+    }
     default: throw GenericException("Unsupported Variant type:" + Variant::typeToString(value.type()));
     }
 }
@@ -150,7 +174,7 @@ void Writer::write(const Variant& root) {
     // Containers are walked from an explicit stack, so depth is limited by memory only.
     while (!m_stack.empty()) {
         Frame& frame = m_stack.back();
-        if (frame.container->isMap()) {
+        if (!frame.elements) {
             if (frame.cursor.atEnd()) {
                 writeRaw("}", 1);
                 m_stack.pop_back();
@@ -163,14 +187,13 @@ void Writer::write(const Variant& root) {
             writeRaw(":", 1);
             writeValue(entry.second); // may push, invalidating `frame`
         } else {
-            const std::vector<Variant>& elements = frame.container->_vector();
-            if (frame.index == elements.size()) {
+            if (frame.index == frame.count) {
                 writeRaw("]", 1);
                 m_stack.pop_back();
                 continue;
             }
             if (frame.index != 0) writeRaw(",", 1);
-            writeValue(elements[frame.index++]);
+            writeValue(frame.elements[frame.index++]);
         }
     }
 }

@@ -21,9 +21,10 @@ public:
 
 private:
     struct Frame {
-        const Variant* container;
+        const Variant* elements;                // vectors; null for a map
         Zel::Detail::VariantMap::Cursor cursor; // maps
-        std::size_t index;                      // vectors; for maps, members written so far
+        std::size_t index;                      // elements or members written so far
+        std::size_t count;                      // vectors
     };
 
     void reserve(std::size_t bytes) {
@@ -38,7 +39,7 @@ private:
     void writeDouble(double value);
     template <class Integer>
     void writeInteger(Integer value);
-    bool writeValue(const Variant& value);
+    void writeValue(const Variant& value);
 
     std::string m_buffer;
     char* m_cursor = nullptr;
