@@ -41,13 +41,6 @@ namespace {
     throw ParserException("Json string \"" + text + "\" can not be decoded. | error=Invalid character '" + character);
 }
 
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 } // namespace
 
 std::string decodeJsonString(const std::string& text) {
@@ -61,28 +54,18 @@ std::string decodeJsonString(const std::string& text) {
         }
         // A backslash at the very end has no escape letter: report the backslash itself.
         if (++i == text.size()) throwUndecodable(text, '\\');
-        switch (text[i]) {
-        case '"': out += '"'; break;
-        case '/': out += '/'; break;
-        case '\\': out += '\\'; break;
-        case 'b': out += '\b'; break;
-        case 'f': out += '\f'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        case 't': out += '\t'; break;
-        case 'u': {
-            unsigned code = 0;
-            for (int digit = 0; digit < 4; ++digit) {
-                if (++i == text.size()) throwUndecodable(text, 'u');
-                const int value = hexValue(text[i]);
-                if (value < 0) throwUndecodable(text, text[i]);
-                code = code << 4 | static_cast<unsigned>(value);
-            }
-            Detail::Reader::appendUtf8(out, code);
-            break;
+        if (text[i] != 'u') {
+            if (!Detail::Reader::appendSimpleEscape(out, text[i])) throwUndecodable(text, text[i]);
+            continue;
         }
-        default: throwUndecodable(text, text[i]);
+        unsigned code = 0;
+        for (int digit = 0; digit < 4; ++digit) {
+            if (++i == text.size()) throwUndecodable(text, 'u');
+            const int value = Detail::Reader::hexValue(text[i]);
+            if (value < 0) throwUndecodable(text, text[i]);
+            code = code << 4 | static_cast<unsigned>(value);
         }
+        Detail::Reader::appendUtf8(out, code);
     }
     return out;
 }

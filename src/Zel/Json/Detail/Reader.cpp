@@ -23,13 +23,6 @@ constexpr bool isNumberByte(char c) noexcept {
     return isDigit(c) || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
 }
 
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 // True when any byte of the word is a double quote or a backslash.
 inline bool hasQuoteOrBackslash(std::uint64_t word) noexcept {
     constexpr std::uint64_t ones = 0x0101010101010101ULL;
@@ -74,6 +67,27 @@ long long magnitudeOf(const char* first, const char* last) noexcept {
 }
 
 } // namespace
+
+int Reader::hexValue(char c) noexcept {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool Reader::appendSimpleEscape(std::string& out, char letter) {
+    switch (letter) {
+    case '"': out += '"'; return true;
+    case '/': out += '/'; return true;
+    case '\\': out += '\\'; return true;
+    case 'b': out += '\b'; return true;
+    case 'f': out += '\f'; return true;
+    case 'n': out += '\n'; return true;
+    case 'r': out += '\r'; return true;
+    case 't': out += '\t'; return true;
+    default: return false;
+    }
+}
 
 void Reader::appendUtf8(std::string& out, unsigned code) {
     if (code < 0x80) {
@@ -133,16 +147,8 @@ void Reader::readString(std::string& out) {
         if (c == '"') return;
         if (c == '\\') {
             if (m_current == m_end) throwUnexpectedEnd();
-            switch (*m_current++) {
-            case '"': out += '"'; break;
-            case '/': out += '/'; break;
-            case '\\': out += '\\'; break;
-            case 'b': out += '\b'; break;
-            case 'f': out += '\f'; break;
-            case 'n': out += '\n'; break;
-            case 'r': out += '\r'; break;
-            case 't': out += '\t'; break;
-            case 'u': {
+            const char letter = *m_current++;
+            if (letter == 'u') {
                 unsigned code = 0;
                 for (int i = 0; i < 4; ++i) {
                     if (m_current == m_end) throwUnexpectedEnd();
@@ -151,9 +157,8 @@ void Reader::readString(std::string& out) {
                     code = code << 4 | static_cast<unsigned>(digit);
                 }
                 appendUtf8(out, code);
-                break;
-            }
-            default: throwInvalidCharacter();
+            } else if (!appendSimpleEscape(out, letter)) {
+                throwInvalidCharacter();
             }
         } else {
             // Copy the run up to the next quote or backslash at once.

@@ -18,7 +18,11 @@ public:
 
     Variant parse();
 
+    // Shared with decodeJsonString: one 16-bit code as UTF-8; the one-letter escapes (false for any
+    // other letter, including 'u'); a hex digit's value or -1.
     static void appendUtf8(std::string& out, unsigned code);
+    static bool appendSimpleEscape(std::string& out, char letter);
+    static int hexValue(char c) noexcept;
 
 private:
     struct Frame {
