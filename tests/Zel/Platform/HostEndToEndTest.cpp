@@ -1,0 +1,120 @@
+// Drives the real zel-host process with the real example module, as a user would.
+
+#include <Zel/Json/Json.h>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace {
+
+struct HostRun {
+    int status = -1;
+    std::vector<std::string> lines; // standard output
+    std::string errors;             // standard error
+};
+
+HostRun runHost(const std::string& arguments, const std::string& input = {}) {
+    const std::string dir = ::testing::TempDir();
+    const std::string inputFile = dir + "zel-host-input.txt";
+    const std::string errorFile = dir + "zel-host-errors.txt";
+    std::ofstream(inputFile) << input;
+    const std::string command =
+        std::string(ZEL_HOST_PATH) + " " + arguments + " <" + inputFile + " 2>" + errorFile;
+    HostRun run;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return run;
+    std::string out;
+    char buffer[4096];
+    for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        out.append(buffer, n);
+    const int status = pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);)
+        run.lines.push_back(line);
+    std::stringstream errors;
+    errors << std::ifstream(errorFile).rdbuf();
+    run.errors = errors.str();
+    return run;
+}
+
+const std::string module = ZEL_NOTES_MODULE_PATH;
+
+} // namespace
+
+TEST(HostEndToEndTest, ScriptedSessionWithTheNotesPlugin) {
+    const HostRun run = runHost(module, R"(# a comment, then calls
+Notes.add {"text":"buy milk","tags":["home"]}
+Notes.add {"text":"call Bob"}
+
+Notes.get {"id":2}
+Notes.get {"id":9}
+Notes.add {"tags":[]}
+Notes.remove {"id":1}
+Notes.list
+Notes.stats {}
+)");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    ASSERT_EQ(run.lines.size(), 10u) << run.errors;
+    const Zel::Variant init = Zel::Json::parse(run.lines[0]);
+    EXPECT_EQ(init["data"]["name"], Zel::Variant("Notes"));
+    EXPECT_EQ(init["data"]["services"][1]["reference"], Zel::Variant("Notes"));
+    const std::vector<std::string> expected = {
+        R"({"data":{"id":1},"result":0})",
+        R"({"data":{"id":2},"result":0})",
+        R"({"data":{"id":2,"tags":[],"text":"call Bob"},"result":0})",
+        R"({"result":1359,"errMsg":"No such note | id=9","errRef":"notFound","data":null,"service":"Notes","operation":"get"})",
+        R"({"result":1359,"errMsg":"A note needs a text | param=text","errRef":"badRequest","data":null,"service":"Notes","operation":"add"})",
+        R"({"data":{"removed":true},"result":0})",
+        R"({"data":[{"id":2,"tags":[],"text":"call Bob"}],"result":0})",
+        R"({"data":{"added":2,"count":1},"result":0})",
+        R"({"result":0})",
+    };
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(run.lines[i + 1], expected[i]) << "line " << i + 1;
+    // The plug-in's log reached the host's console through the callback.
+    EXPECT_NE(run.errors.find("[Info] Note added | id=1 | source=NotesService.cpp:"), std::string::npos)
+        << run.errors;
+}
+
+TEST(HostEndToEndTest, CommandLineCalls) {
+    const HostRun run = runHost(module + R"( --call Notes.add '{"text":"x"}' --call Notes.list)");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    ASSERT_EQ(run.lines.size(), 4u);
+    EXPECT_EQ(run.lines[2], R"({"data":[{"id":1,"tags":[],"text":"x"}],"result":0})");
+}
+
+TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
+    const struct {
+        std::string arguments;
+        std::string input;
+        int status;
+        std::string error;
+    } cases[] = {
+        {"/nonexistent/zel-notes.so", "", 2,
+         "zel-host: cannot load plug-in module /nonexistent/zel-notes.so: "},
+        {ZEL_LIBRARY_PATH, "", 2, " is not a Zel plug-in module: it does not export zelPluginInit"},
+        {"", "", 2, "zel-host: no plug-in module given"},
+        {module + " --bogus", "", 2, "zel-host: unknown option --bogus"},
+        {module + " --init '[1]'", "", 2, "zel-host: bad --init document: "},
+        {module, "Notes.add {\"text\":\n", 1,
+         "zel-host: malformed JSON params for Notes.add: Unexpected end"},
+        {module, "Notes.add {\"text\":x}\n", 1,
+         "zel-host: malformed JSON params for Notes.add: Invalid character #120 at 8"},
+        {module, "DataStore.getKey {}\n", 1,
+         "zel-host: unknown service 'DataStore' (the plug-in has: Callbacks_Notes, Notes)"},
+        {module, "Notes\n", 1, "zel-host: expected SERVICE.OPERATION, got 'Notes'"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments + " <<< " + c.input);
+        const HostRun run = runHost(c.arguments, c.input);
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_NE(run.errors.find(c.error), std::string::npos) << run.errors;
+        for (const std::string& line : run.lines)
+            EXPECT_NO_THROW(Zel::Json::parse(line)) << line;
+    }
+}
