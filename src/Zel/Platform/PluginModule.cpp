@@ -1,3 +1,4 @@
+#include <Zel/Json/Detail/Writer.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
 #include <Zel/Platform/PluginModule.h>
@@ -11,6 +12,19 @@ namespace {
 
 std::string text(const char* data, std::uint64_t length) {
     return data == nullptr ? std::string() : std::string(data, length);
+}
+
+// A map reply is written straight into the reply buffer's text, through a writer that each thread
+// keeps: no intermediate string, and no allocation for the writer once it has grown.
+void storeReplyOf(const Variant& reply, char** out, std::uint64_t* outLength) {
+    if (reply.isString()) {
+        storeReply(reply._string(), out, outLength);
+        return;
+    }
+    thread_local Json::Detail::Writer writer;
+    writer.reset();
+    writer.write(reply);
+    storeReply(writer.written(), out, outLength);
 }
 
 // The last resort when even the error reply cannot be built or stored (out of memory): an empty
@@ -74,7 +88,7 @@ void PluginModule::init(const char* document, std::uint64_t documentLength, char
             m_plugin = m_createPlugin();
             if (!m_plugin) throw GenericException("Plug-in module: the plug-in factory returned null");
         }
-        store(replyText(m_plugin->init(text(document, documentLength))), reply, replyLength);
+        storeReplyOf(m_plugin->init(text(document, documentLength)), reply, replyLength);
     } catch (...) {
         store(errorReplyText(), reply, replyLength);
     }
@@ -91,7 +105,7 @@ void PluginModule::call(const char* service, std::uint64_t serviceLength, const 
         // Before the first init there is no plug-in yet; refuse as an uninitialised one would.
         if (!m_plugin) throw GenericException("Platform plugin is not initialized");
         const Variant result = m_plugin->call(serviceName, operationName, text(params, paramsLength));
-        store(replyText(result), reply, replyLength);
+        storeReplyOf(result, reply, replyLength);
     } catch (...) {
         store(errorReplyText(serviceName, operationName), reply, replyLength);
     }

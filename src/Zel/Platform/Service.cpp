@@ -1,7 +1,9 @@
+#include <Zel/Detail/VariantMap.h>
 #include <Zel/InvalidOperationException.h>
 #include <Zel/Platform/IPlugin.h>
 #include <Zel/Platform/Service.h>
 #include <Zel/Platform/ServiceException.h>
+#include <iterator>
 
 namespace Zel::Platform {
 
@@ -44,10 +46,9 @@ Variant Service::resultSuccess() {
 }
 
 Variant Service::resultSuccess(const Variant& data) {
-    Variant reply = Variant::makeMap();
-    reply.setAt("data", data);
-    reply.setAt("result", 0);
-    return reply;
+    // Every successful call builds one of these: both members in one go, already in key order.
+    Zel::Detail::VariantMap::Entry entries[] = {{"data", data}, {"result", Variant(0)}};
+    return Variant::_adoptMap(Zel::Detail::VariantMap::fromSorted(std::begin(entries), std::end(entries)));
 }
 
 Variant Service::resultSuccessJson(const std::string& json) {

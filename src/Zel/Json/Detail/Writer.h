@@ -19,6 +19,16 @@ public:
     void writeString(std::string_view text);
     std::string take();
 
+    // For a writer kept to serialise many values: the text so far, and a restart that keeps the
+    // buffer's and the stack's capacity.
+    std::string_view written() const noexcept {
+        return {m_buffer.data(), m_cursor ? static_cast<std::size_t>(m_cursor - m_buffer.data()) : 0};
+    }
+    void reset() noexcept {
+        m_cursor = m_buffer.data();
+        m_limit = m_buffer.data() + m_buffer.size();
+    }
+
 private:
     struct Frame {
         const Variant* elements;                // vectors; null for a map
