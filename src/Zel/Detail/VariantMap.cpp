@@ -1,5 +1,4 @@
 #include <Zel/Detail/VariantMap.h>
-
 #include <algorithm>
 #include <iterator>
 
@@ -7,8 +6,19 @@ namespace Zel::Detail {
 
 namespace {
 
-bool keyLess(const VariantMap::Entry& a, const VariantMap::Entry& b) noexcept {
-    return a.first < b.first;
+// Keys are mostly a few bytes long; comparing those inline beats a call to memcmp.
+inline bool keyLess(std::string_view a, std::string_view b) noexcept {
+    const std::size_t common = a.size() < b.size() ? a.size() : b.size();
+    if (common <= 16) {
+        for (std::size_t i = 0; i < common; ++i)
+            if (a[i] != b[i]) return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[i]);
+        return a.size() < b.size();
+    }
+    return a < b;
+}
+
+bool entryLess(const VariantMap::Entry& a, const VariantMap::Entry& b) noexcept {
+    return keyLess(a.first, b.first);
 }
 
 } // namespace
@@ -36,17 +46,17 @@ VariantMap VariantMap::fromUnsorted(Entry* first, Entry* last) {
     if (count <= 24) {
         // Insertion sort: stable, allocation-free and fastest for the small objects JSON is made of.
         for (Entry* i = first + 1; i < last; ++i) {
-            if (!(i->first < (i - 1)->first)) continue;
+            if (!keyLess(i->first, (i - 1)->first)) continue;
             Entry moving = std::move(*i);
             Entry* j = i;
             do {
                 *j = std::move(*(j - 1));
                 --j;
-            } while (j != first && moving.first < (j - 1)->first);
+            } while (j != first && keyLess(moving.first, (j - 1)->first));
             *j = std::move(moving);
         }
-    } else if (!std::is_sorted(first, last, keyLess)) {
-        std::stable_sort(first, last, keyLess);
+    } else if (!std::is_sorted(first, last, entryLess)) {
+        std::stable_sort(first, last, entryLess);
     }
     // Repeated keys: the last one wins. Stable sorting kept them in input order.
     Entry* out = first;
@@ -58,19 +68,50 @@ VariantMap VariantMap::fromUnsorted(Entry* first, Entry* last) {
     return fromSorted(first, out);
 }
 
+void VariantMap::ChunkList::insert(std::size_t index, Chunk&& chunk) {
+    if (index == 0) {
+        if (m_count > 0) m_rest.insert(m_rest.begin(), std::move(m_first));
+        m_first = std::move(chunk);
+    } else {
+        m_rest.insert(m_rest.begin() + static_cast<std::ptrdiff_t>(index - 1), std::move(chunk));
+    }
+    ++m_count;
+}
+
+void VariantMap::ChunkList::erase(std::size_t index) {
+    if (index == 0) {
+        if (m_rest.empty()) {
+            m_first.clear();
+        } else {
+            m_first = std::move(m_rest.front());
+            m_rest.erase(m_rest.begin());
+        }
+    } else {
+        m_rest.erase(m_rest.begin() + static_cast<std::ptrdiff_t>(index - 1));
+    }
+    --m_count;
+}
+
 std::size_t VariantMap::chunkFor(std::string_view key) const noexcept {
-    if (m_chunks.size() <= 1) return 0;
-    const auto after = std::upper_bound(m_chunks.begin(), m_chunks.end(), key,
-                                        [](std::string_view k, const Chunk& c) { return k < c.front().first; });
-    return after == m_chunks.begin() ? 0 : static_cast<std::size_t>(after - m_chunks.begin()) - 1;
+    // The last chunk whose first key is not above `key`, or the first chunk.
+    std::size_t low = 0;
+    std::size_t high = m_chunks.size();
+    while (high - low > 1) {
+        const std::size_t middle = low + (high - low) / 2;
+        if (keyLess(key, m_chunks[middle].front().first))
+            high = middle;
+        else
+            low = middle;
+    }
+    return low;
 }
 
 const Variant* VariantMap::find(std::string_view key) const noexcept {
     if (m_chunks.empty()) return nullptr;
     const Chunk& chunk = m_chunks[chunkFor(key)];
     const auto it = std::lower_bound(chunk.begin(), chunk.end(), key,
-                                     [](const Entry& e, std::string_view k) { return std::string_view(e.first) < k; });
-    return it != chunk.end() && it->first == key ? &it->second : nullptr;
+                                     [](const Entry& e, std::string_view k) { return keyLess(e.first, k); });
+    return it != chunk.end() && std::string_view(it->first) == key ? &it->second : nullptr;
 }
 
 void VariantMap::insertOrAssign(std::string&& key, Variant&& value) {
@@ -81,8 +122,9 @@ void VariantMap::insertOrAssign(std::string&& key, Variant&& value) {
     }
     const std::size_t index = chunkFor(key);
     Chunk& chunk = m_chunks[index];
-    const auto it = std::lower_bound(chunk.begin(), chunk.end(), key,
-                                     [](const Entry& e, const std::string& k) { return e.first < k; });
+    const auto it =
+        std::lower_bound(chunk.begin(), chunk.end(), key,
+                         [](const Entry& e, const std::string& k) { return keyLess(e.first, k); });
     if (it != chunk.end() && it->first == key) {
         it->second = std::move(value);
         return;
@@ -93,9 +135,10 @@ void VariantMap::insertOrAssign(std::string&& key, Variant&& value) {
         const auto half = static_cast<std::ptrdiff_t>(chunk.size() / 2);
         Chunk upper;
         upper.reserve(maxChunk);
-        upper.insert(upper.end(), std::make_move_iterator(chunk.begin() + half), std::make_move_iterator(chunk.end()));
+        upper.insert(upper.end(), std::make_move_iterator(chunk.begin() + half),
+                     std::make_move_iterator(chunk.end()));
         chunk.erase(chunk.begin() + half, chunk.end());
-        m_chunks.insert(m_chunks.begin() + static_cast<std::ptrdiff_t>(index) + 1, std::move(upper));
+        m_chunks.insert(index + 1, std::move(upper));
     }
 }
 
@@ -104,11 +147,11 @@ void VariantMap::erase(std::string_view key) {
     const std::size_t index = chunkFor(key);
     Chunk& chunk = m_chunks[index];
     const auto it = std::lower_bound(chunk.begin(), chunk.end(), key,
-                                     [](const Entry& e, std::string_view k) { return std::string_view(e.first) < k; });
+                                     [](const Entry& e, std::string_view k) { return keyLess(e.first, k); });
     if (it == chunk.end() || it->first != key) return;
     chunk.erase(it);
     --m_size;
-    if (chunk.empty()) m_chunks.erase(m_chunks.begin() + static_cast<std::ptrdiff_t>(index));
+    if (chunk.empty()) m_chunks.erase(index);
 }
 
 } // namespace Zel::Detail
