@@ -1,17 +1,20 @@
-#include <Zel/Json/Json.h>
-
 #include <Zel/Json/Detail/Reader.h>
 #include <Zel/Json/Detail/Writer.h>
+#include <Zel/Json/Json.h>
 #include <Zel/Json/ParserException.h>
-
 #include <cstdio>
 
 namespace Zel {
 
 std::string Variant::toJson() const {
-    Json::Detail::Writer writer;
+    // Each thread keeps a writer: a small value is then written without growing a fresh buffer and
+    // copied out at its exact size; a big one takes the buffer with it rather than being copied.
+    thread_local Json::Detail::Writer writer;
+    writer.reset();
     writer.write(*this);
-    return writer.take();
+    const std::string_view text = writer.written();
+    if (text.size() > 64 * 1024) return writer.take();
+    return std::string(text);
 }
 
 namespace Json {
@@ -22,11 +25,12 @@ const std::string _encodedFalse = "false";
 const std::string _encodedEmptyString = "\"\"";
 
 Variant parse(std::string_view text) {
-    return Detail::Reader(text).parse();
+    thread_local Detail::Reader::Scratch scratch;
+    return Detail::Reader(text, scratch).parse();
 }
 
 Variant parse(const std::string& text) {
-    return Detail::Reader(text).parse();
+    return parse(std::string_view(text));
 }
 
 std::string _encodeString(std::string_view text) {
@@ -38,7 +42,8 @@ std::string _encodeString(std::string_view text) {
 namespace {
 
 [[noreturn]] void throwUndecodable(const std::string& text, char character) {
-    throw ParserException("Json string \"" + text + "\" can not be decoded. | error=Invalid character '" + character);
+    throw ParserException("Json string \"" + text + "\" can not be decoded. | error=Invalid character '" +
+                          character);
 }
 
 } // namespace
@@ -73,7 +78,8 @@ std::string decodeJsonString(const std::string& text) {
 std::string encode(Date date) {
     if (date.isNull()) return _encodedNull;
     char text[32];
-    const int length = std::snprintf(text, sizeof text, "\"%d%c%02d%c%02d\"", date.year(), '-', date.month(), '-', date.day());
+    const int length = std::snprintf(text, sizeof text, "\"%d%c%02d%c%02d\"", date.year(), '-', date.month(),
+                                     '-', date.day());
     return std::string(text, static_cast<std::size_t>(length));
 }
 

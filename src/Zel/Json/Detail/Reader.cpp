@@ -1,7 +1,5 @@
 #include <Zel/Json/Detail/Reader.h>
-
 #include <Zel/Json/ParserException.h>
-
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -53,7 +51,8 @@ long long magnitudeOf(const char* first, const char* last) noexcept {
     }
     long long exponent = 0;
     const char* e = p;
-    while (e < last && *e != 'e' && *e != 'E') ++e;
+    while (e < last && *e != 'e' && *e != 'E')
+        ++e;
     if (e < last) {
         ++e;
         bool negative = false;
@@ -77,15 +76,32 @@ int Reader::hexValue(char c) noexcept {
 
 bool Reader::appendSimpleEscape(std::string& out, char letter) {
     switch (letter) {
-    case '"': out += '"'; return true;
-    case '/': out += '/'; return true;
-    case '\\': out += '\\'; return true;
-    case 'b': out += '\b'; return true;
-    case 'f': out += '\f'; return true;
-    case 'n': out += '\n'; return true;
-    case 'r': out += '\r'; return true;
-    case 't': out += '\t'; return true;
-    default: return false;
+    case '"':
+        out += '"';
+        return true;
+    case '/':
+        out += '/';
+        return true;
+    case '\\':
+        out += '\\';
+        return true;
+    case 'b':
+        out += '\b';
+        return true;
+    case 'f':
+        out += '\f';
+        return true;
+    case 'n':
+        out += '\n';
+        return true;
+    case 'r':
+        out += '\r';
+        return true;
+    case 't':
+        out += '\t';
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -115,7 +131,8 @@ void Reader::throwInvalidCharacter() const {
 }
 
 char Reader::skipWhiteSpace() {
-    while (m_current < m_end && isWhiteSpace(*m_current)) ++m_current;
+    while (m_current < m_end && isWhiteSpace(*m_current))
+        ++m_current;
     if (m_current == m_end) throwUnexpectedEnd();
     return *m_current;
 }
@@ -137,7 +154,8 @@ void Reader::readString(std::string& out) {
         if (hasQuoteOrBackslash(word)) break;
         m_current += 8;
     }
-    while (m_current < m_end && *m_current != '"' && *m_current != '\\') ++m_current;
+    while (m_current < m_end && *m_current != '"' && *m_current != '\\')
+        ++m_current;
     if (m_current == m_end) throwUnexpectedEnd();
     out.assign(run, m_current);
     if (*m_current++ == '"') return;
@@ -163,7 +181,8 @@ void Reader::readString(std::string& out) {
         } else {
             // Copy the run up to the next quote or backslash at once.
             const char* start = m_current - 1;
-            while (m_current < m_end && *m_current != '"' && *m_current != '\\') ++m_current;
+            while (m_current < m_end && *m_current != '"' && *m_current != '\\')
+                ++m_current;
             out.append(start, m_current);
         }
         if (m_current == m_end) throwUnexpectedEnd();
@@ -177,16 +196,20 @@ Variant Reader::readNumber() {
     if (negative) ++p;
     const char* const digits = p;
     std::uint64_t magnitude = 0;
-    for (; p < m_end && isDigit(*p); ++p) magnitude = magnitude * 10 + static_cast<unsigned>(*p - '0');
+    for (; p < m_end && isDigit(*p); ++p)
+        magnitude = magnitude * 10 + static_cast<unsigned>(*p - '0');
     // Up to 19 digits cannot wrap 64 bits; beyond that only zeros may lead.
     bool overflow = false;
     if (p - digits > 19) {
         const char* significant = digits;
-        while (significant < p && *significant == '0') ++significant;
-        overflow = p - significant > 20 || (p - significant == 20 && std::string_view(significant, 20) > "18446744073709551615");
+        while (significant < p && *significant == '0')
+            ++significant;
+        overflow = p - significant > 20 ||
+                   (p - significant == 20 && std::string_view(significant, 20) > "18446744073709551615");
         if (!overflow) {
             magnitude = 0;
-            for (const char* d = significant; d < p; ++d) magnitude = magnitude * 10 + static_cast<unsigned>(*d - '0');
+            for (const char* d = significant; d < p; ++d)
+                magnitude = magnitude * 10 + static_cast<unsigned>(*d - '0');
         }
     }
     if (p < m_end && isNumberByte(*p)) {
@@ -203,8 +226,10 @@ Variant Reader::readNumber() {
     if (p == digits) throw ParserException("Invalid integer format");
     const std::uint64_t limit = negative ? std::uint64_t{1} << 63 : (std::uint64_t{1} << 63) - 1;
     if (overflow || magnitude > limit) throw ParserException("Invalid integer format");
-    const std::int64_t value = negative ? static_cast<std::int64_t>(0 - magnitude) : static_cast<std::int64_t>(magnitude);
-    if (value >= std::numeric_limits<std::int32_t>::min() && value <= std::numeric_limits<std::int32_t>::max()) {
+    const std::int64_t value =
+        negative ? static_cast<std::int64_t>(0 - magnitude) : static_cast<std::int64_t>(magnitude);
+    if (value >= std::numeric_limits<std::int32_t>::min() &&
+        value <= std::numeric_limits<std::int32_t>::max()) {
         return Variant(static_cast<std::int32_t>(value));
     }
     return Variant(value);
@@ -230,9 +255,15 @@ Variant Reader::readScalar(char c) {
         readString(text);
         return Variant(std::move(text));
     }
-    case 't': readLiteral("true", 4); return Variant(true);
-    case 'f': readLiteral("false", 5); return Variant(false);
-    case 'n': readLiteral("null", 4); return Variant();
+    case 't':
+        readLiteral("true", 4);
+        return Variant(true);
+    case 'f':
+        readLiteral("false", 5);
+        return Variant(false);
+    case 'n':
+        readLiteral("null", 4);
+        return Variant();
     default:
         if (isDigit(c) || c == '-' || c == '+') return readNumber();
         throwInvalidCharacter();
@@ -246,6 +277,18 @@ void Reader::readKey() {
     readString(member.first);
     skipWhiteSpace();
     if (*m_current++ != ':') throwInvalidCharacter();
+}
+
+Reader::~Reader() {
+    // Capacities that only a big document needs are not worth keeping for the rest of the thread.
+    constexpr std::size_t keep = 4096;
+    const auto reset = [](auto& stack) {
+        stack.clear();
+        if (stack.capacity() > keep) std::remove_reference_t<decltype(stack)>().swap(stack);
+    };
+    reset(m_frames);
+    reset(m_members);
+    reset(m_values);
 }
 
 Variant Reader::parse() {
@@ -295,8 +338,8 @@ Variant Reader::parse() {
                 } else if (separator != '}') {
                     throwInvalidCharacter();
                 }
-                value = Variant::_adoptMap(Zel::Detail::VariantMap::fromUnsorted(m_members.data() + frame.start,
-                                                                                 m_members.data() + m_members.size()));
+                value = Variant::_adoptMap(Zel::Detail::VariantMap::fromUnsorted(
+                    m_members.data() + frame.start, m_members.data() + m_members.size()));
                 m_members.resize(frame.start);
             } else {
                 m_values.push_back(std::move(value));
@@ -308,8 +351,9 @@ Variant Reader::parse() {
                 } else if (separator != ']') {
                     throwInvalidCharacter();
                 }
-                std::vector<Variant> elements(std::make_move_iterator(m_values.begin() + static_cast<std::ptrdiff_t>(frame.start)),
-                                              std::make_move_iterator(m_values.end()));
+                std::vector<Variant> elements(
+                    std::make_move_iterator(m_values.begin() + static_cast<std::ptrdiff_t>(frame.start)),
+                    std::make_move_iterator(m_values.end()));
                 m_values.resize(frame.start);
                 value = Variant::_adoptVector(std::move(elements));
             }

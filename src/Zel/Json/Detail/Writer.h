@@ -2,7 +2,6 @@
 
 #include <Zel/Detail/VariantMap.h>
 #include <Zel/Variant.h>
-
 #include <array>
 #include <cstring>
 #include <string>
@@ -27,6 +26,7 @@ public:
     void reset() noexcept {
         m_cursor = m_buffer.data();
         m_limit = m_buffer.data() + m_buffer.size();
+        m_stack.clear();
     }
 
 private:
