@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -18,9 +19,10 @@ struct HostRun {
 };
 
 HostRun runHost(const std::string& arguments, const std::string& input = {}) {
-    const std::string dir = ::testing::TempDir();
-    const std::string inputFile = dir + "zel-host-input.txt";
-    const std::string errorFile = dir + "zel-host-errors.txt";
+    // CTest runs the tests of this file as parallel processes: each needs files of its own.
+    const std::string prefix = ::testing::TempDir() + "zel-host-" + std::to_string(getpid());
+    const std::string inputFile = prefix + "-input.txt";
+    const std::string errorFile = prefix + "-errors.txt";
     std::ofstream(inputFile) << input;
     const std::string command =
         std::string(ZEL_HOST_PATH) + " " + arguments + " <" + inputFile + " 2>" + errorFile;
@@ -39,6 +41,8 @@ HostRun runHost(const std::string& arguments, const std::string& input = {}) {
     std::stringstream errors;
     errors << std::ifstream(errorFile).rdbuf();
     run.errors = errors.str();
+    std::remove(inputFile.c_str());
+    std::remove(errorFile.c_str());
     return run;
 }
 
