@@ -10,8 +10,8 @@ groups=("$@")
 packages=()
 for group in "${groups[@]}"; do
     case "$group" in
-    build) packages+=(cmake ninja-build g++ pkg-config) ;;
-    test) packages+=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev) ;;
+    build) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev) ;;
+    test) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libgtest-dev libgmock-dev) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     bench) packages+=(libbenchmark-dev nlohmann-json3-dev rapidjson-dev libsimdjson-dev libboost1.81-dev
                       libboost-json1.81-dev libpoco-dev libspdlog-dev libhttp-parser-dev) ;;

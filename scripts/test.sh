@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the suite in release and under AddressSanitizer + UBSan, the
-# installed package from a consumer project, and the JSON fuzzer (FUZZ_SECONDS, default 60;
-# 0 skips it).
+# Builds and runs every test: the suite in release and under AddressSanitizer + UBSan (the
+# end-to-end tests drive the real zel-host with the example plug-in), the installed package from a
+# consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default 60) and each HTTP target for
+# HTTP_FUZZ_SECONDS (default 30); 0 skips them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -30,7 +31,12 @@ build/consumer/zel-consumer-pc
 
 seconds=${FUZZ_SECONDS:-60}
 if [ "$seconds" -gt 0 ]; then
-    echo "== fuzz: $seconds s"
+    echo "== fuzz JSON: $seconds s"
     scripts/fuzz.sh "$seconds"
+fi
+seconds=${HTTP_FUZZ_SECONDS:-30}
+if [ "$seconds" -gt 0 ]; then
+    echo "== fuzz HTTP: $seconds s per target"
+    scripts/fuzz-http.sh "$seconds"
 fi
 echo "All tests passed."
