@@ -1,0 +1,7 @@
+#include <Zel/Tasks/IManager.h>
+
+namespace Zel::Tasks {
+
+IManager::~IManager() = default;
+
+} // namespace Zel::Tasks

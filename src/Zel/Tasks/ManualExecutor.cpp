@@ -1,0 +1,22 @@
+#include <Zel/Tasks/ManualExecutor.h>
+
+#include <Zel/InvalidOperationException.h>
+
+namespace Zel::Tasks {
+
+ManualExecutor::ManualExecutor(IManager& manager) : AbstractExecutor(manager) {}
+
+ManualExecutor::~ManualExecutor() {
+    shutdown();
+}
+
+void ManualExecutor::execute(std::chrono::milliseconds runDelay) {
+    if (state() != State::Started) ZEL_THROW_INVALID_OPERATION();
+    schedule(runDelay);
+}
+
+void ManualExecutor::schedule(std::chrono::milliseconds runDelay) {
+    addRun(runDelay, Repeat::No);
+}
+
+} // namespace Zel::Tasks

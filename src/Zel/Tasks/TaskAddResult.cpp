@@ -1,0 +1,14 @@
+#include <Zel/Tasks/TaskAddResult.h>
+
+#include <Zel/Json/Object.h>
+
+namespace Zel::Tasks {
+
+std::string TaskAddResult::toJson() const {
+    Json::Object object;
+    object.add("id", Variant(m_id));
+    object.add("existingTask", Variant(m_existingTask));
+    return object.json();
+}
+
+} // namespace Zel::Tasks

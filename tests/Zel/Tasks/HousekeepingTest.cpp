@@ -1,0 +1,191 @@
+#include <Zel/Tasks/Manager.h>
+
+#include "TestSupport.h"
+
+#include <Zel/Json/Json.h>
+#include <Zel/Variant.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <vector>
+
+namespace Zel::Tasks {
+namespace {
+
+using namespace std::chrono_literals;
+using Testing::Gate;
+using Testing::makeTask;
+using Testing::StateRecorder;
+using Testing::TaskSystem;
+using Testing::waitUntil;
+
+// Counts its live instances, to prove that the manager lets go of every task.
+class CountedTask : public Task {
+public:
+    static std::atomic<int> live;
+
+    CountedTask(const std::string& name, RunCallback&& run, FinishedCallback&& finished = nullptr)
+        : Task(name, std::move(run), std::move(finished)) {
+        ++live;
+    }
+    ~CountedTask() override { --live; }
+};
+std::atomic<int> CountedTask::live{0};
+
+std::shared_ptr<Task> counted(const std::string& name, Task::RunCallback run,
+                              const TaskOptions& options = {}) {
+    auto task = std::make_shared<CountedTask>(name, std::move(run), [](FinishContext&) {});
+    task->setOptions(options);
+    return task;
+}
+
+TEST(TaskHousekeeping, FinishedRunsDisappearFromTheListingsAtTheNextSweep) {
+    // Kept long enough for the checks before the sweep even on a loaded machine.
+    TaskSystem system(10ms, 500ms);
+    auto queue = system.manager.addQueue("work", 1);
+    std::promise<void> finished;
+    auto task = makeTask(
+        "short", [](RunContext&) { return true; }, [&](FinishContext&) { finished.set_value(); },
+        TaskOptions().setTag(5));
+    std::weak_ptr<Task> watch = task;
+    const int id = queue->addTask(std::move(task)).id();
+    finished.get_future().wait();
+    ASSERT_TRUE(waitUntil([&] { return system.manager.getTaskRunInfo(id).state == TaskRun::Succeeded; }));
+    EXPECT_EQ(system.manager.taskCount(), 1u);
+    EXPECT_EQ(Json::parse(system.manager.tasksByTagJson(5)).size(), 1u);
+    ASSERT_TRUE(waitUntil([&] { return system.manager.taskCount() == 0; }));
+    EXPECT_FALSE(system.manager.getTaskRunInfo(id).found);
+    EXPECT_EQ(system.manager.tasksByTagJson(5), "[]");
+    EXPECT_EQ(Json::parse(system.manager.tasksJson())[0]["finished"].size(), 0u);
+    EXPECT_TRUE(watch.expired()); // the run <-> task cycle was broken
+}
+
+TEST(TaskHousekeeping, ATaskStaysKnownWhileItsRetryWaitsLongerThanFinishedRunsAreKept) {
+    TaskSystem system(2ms, 5ms);
+    auto queue = system.manager.addQueue("work", 1);
+    Gate gate;
+    std::atomic<int> runs{0};
+    std::promise<void> retryStarted;
+    auto task = makeTask(
+        "retried",
+        [&](RunContext&) {
+            if (++runs == 1) return false;
+            retryStarted.set_value();
+            return gate.wait();
+        },
+        nullptr, TaskOptions().setRetryCount(1).setRetryMinBackoff(150ms));
+    const int id = queue->addTask(task).id();
+    ASSERT_TRUE(waitUntil([&] { return task->retried() == 1; }));
+    // Long enough for several sweeps to drop the failed first run.
+    std::this_thread::sleep_for(60ms);
+    EXPECT_TRUE(system.manager.getTaskRunInfo(id).found);
+    retryStarted.get_future().wait();
+    EXPECT_TRUE(system.manager.getTaskRunInfo(id).found);
+    EXPECT_FALSE(system.manager.cancelTaskAsync(id)); // still reachable by id: the cancel reaches the run
+    gate.open();
+    ASSERT_TRUE(waitUntil([&] { return !system.manager.getTaskRunInfo(id).found; }));
+}
+
+TEST(TaskHousekeeping, InfoAndTagListingDescribeTheCurrentRun) {
+    TaskSystem system;
+    auto queue = system.manager.addQueue("work", 1);
+    Gate gate;
+    std::promise<void> started;
+    auto running = makeTask(
+        "running",
+        [&](RunContext&) {
+            started.set_value();
+            return gate.wait();
+        },
+        nullptr, TaskOptions().setTag(9));
+    running->setProgress(30);
+    const int runningId = queue->addTask(running).id();
+    started.get_future().wait();
+    const int waitingId =
+        queue
+            ->addTask(makeTask(
+                          "waiting", [](RunContext&) { return true; }, nullptr, TaskOptions().setTag(9)),
+                      1h)
+            .id();
+    queue->addTask(makeTask(
+                       "other tag", [](RunContext&) { return true; }, nullptr, TaskOptions().setTag(8)),
+                   1h);
+
+    const TaskRunInfo info = system.manager.getTaskRunInfo(runningId);
+    EXPECT_TRUE(info.found);
+    EXPECT_EQ(info.taskId, runningId);
+    EXPECT_EQ(info.name, "running");
+    EXPECT_EQ(info.queue, "work");
+    EXPECT_EQ(info.state, TaskRun::Running);
+    EXPECT_GE(info.started, info.runAt - 1ms);
+    EXPECT_EQ(info.finished, TaskRun::TimePoint());
+    EXPECT_EQ(info.progress, 30);
+    EXPECT_EQ(Json::parse(info.toJson())["name"], Variant("running"));
+
+    const Variant all = Json::parse(system.manager.tasksByTagJson(9));
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(static_cast<int>(all[0]["task"]["id"]), runningId);
+    EXPECT_EQ(static_cast<int>(all[1]["task"]["id"]), waitingId);
+    const Variant waitingOnly = Json::parse(system.manager.tasksByTagJson(9, TaskRun::Waiting));
+    ASSERT_EQ(waitingOnly.size(), 1u);
+    EXPECT_EQ(static_cast<int>(waitingOnly[0]["task"]["id"]), waitingId);
+    EXPECT_EQ(system.manager.tasksByTagJson(1), "[]");
+    gate.open();
+}
+
+TEST(TaskHousekeeping, AfterStopNoTaskAndNoRunIsLeftAlive) {
+    std::vector<std::weak_ptr<TaskRun>> runs;
+    {
+        TaskSystem system;
+        StateRecorder recorder(*system.events);
+        auto queue = system.manager.addQueue("work", 2);
+        auto other = system.manager.addQueue("other", 1);
+        Gate gate;
+        std::promise<void> holding;
+        std::vector<int> ids;
+        ids.push_back(queue
+                          ->addTask(counted("holding",
+                                            [&](RunContext& context) {
+                                                holding.set_value();
+                                                while (!context.canceled())
+                                                    std::this_thread::sleep_for(1ms);
+                                                return false;
+                                            }))
+                          .id());
+        holding.get_future().wait();
+        for (int i = 0; i < 20; ++i) {
+            ids.push_back(queue->addTask(counted("quick", [](RunContext&) { return true; })).id());
+            ids.push_back(queue
+                              ->addTask(counted(
+                                  "failing", [](RunContext&) { return false; },
+                                  TaskOptions().setRetryCount(2).setRetryMinBackoff(1ms)))
+                              .id());
+            ids.push_back(other->addTask(counted("far future", [](RunContext&) { return true; }), 1h).id());
+        }
+        const int canceled = queue->addTask(counted("canceled", [](RunContext&) { return true; }), 1h).id();
+        ids.push_back(canceled);
+        EXPECT_TRUE(system.manager.cancelTaskAsync(canceled));
+        auto cleared = system.manager.addQueue("cleared", 1);
+        ids.push_back(cleared->addTask(counted("cleared", [](RunContext&) { return true; }), 1h).id());
+        cleared->clear();
+        ASSERT_TRUE(
+            waitUntil([&] { return system.manager.getTaskRunInfo(ids[2]).state == TaskRun::Failed; }));
+        for (int id : ids) {
+            for (const auto& run : recorder.runs(id))
+                runs.push_back(run);
+        }
+        recorder.forgetRuns();
+        EXPECT_GT(CountedTask::live.load(), 0);
+        system.manager.stop();
+        EXPECT_EQ(CountedTask::live.load(), 0);
+        for (const auto& run : runs)
+            EXPECT_TRUE(run.expired());
+    }
+    EXPECT_GE(runs.size(), 60u);
+}
+
+} // namespace
+} // namespace Zel::Tasks
