@@ -16,6 +16,12 @@ public:
         double cpuTimeNs = 0;      // per iteration
         double bytesPerSecond = 0; // 0 unless the benchmark set bytes processed
         std::map<std::string, double> counters;
+
+        // 0 when the benchmark did not set the counter.
+        double counter(const std::string& key) const {
+            const auto found = counters.find(key);
+            return found == counters.end() ? 0 : found->second;
+        }
     };
 
     // The console reporter that Google Benchmark builds for itself follows --benchmark_color and
@@ -30,6 +36,11 @@ public:
     // Null when the benchmark did not run (filtered out or failed). With --benchmark_repetitions
     // the median stands for the benchmark.
     const Result* find(const std::string& name) const;
+    // A counter of a benchmark ("items_per_second", ...); 0 when either is missing.
+    double counter(const std::string& name, const std::string& key) const {
+        const Result* result = find(name);
+        return result == nullptr ? 0 : result->counter(key);
+    }
 
 private:
     std::map<std::string, Result> m_results;

@@ -436,12 +436,8 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
                           << " = n/a (the Zel benchmark failed or did not run)\n";
                 continue;
             }
-            const auto rate = [](const Zel::Bench::CapturingReporter::Result* result, const char* counter) {
-                const auto found = result->counters.find(counter);
-                return found == result->counters.end() ? 0.0 : found->second;
-            };
-            const double zelMessages = rate(zel, "items_per_second");
-            const double peerMessages = rate(other, "items_per_second");
+            const double zelMessages = zel->counter("items_per_second");
+            const double peerMessages = other->counter("items_per_second");
             char line[256];
             std::snprintf(
                 line, sizeof line, "%-18s Zel/%-29s messages/s %s (%.0f vs %.0f)   MB/s %s (%.1f vs %.1f)",

@@ -12,19 +12,16 @@
 #include <Zel/Log/LogNull.h>
 #include <Zel/Log/Macros.h>
 #include <Zel/Log/Masking.h>
-
 #include <benchmark/benchmark.h>
-#include <spdlog/spdlog.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/basic_file_sink.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <regex>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
 #include <string>
-
 #include <unistd.h>
 
 namespace {
@@ -213,13 +210,6 @@ void registerBenchmarks() {
     }
 }
 
-double itemsPerSecond(const Zel::Bench::CapturingReporter& reporter, const std::string& name) {
-    const auto* result = reporter.find(name);
-    if (result == nullptr) return 0;
-    const auto rate = result->counters.find("items_per_second");
-    return rate == result->counters.end() ? 0 : rate->second;
-}
-
 void printRatios(const Zel::Bench::CapturingReporter& reporter) {
     std::cout << "\nZel against its peers (same run):\n";
     for (const char* name : {"Filtered/Macro/LogFile", "Filtered/Helper/LogFile", "Filtered/Macro/LogNull"}) {
@@ -239,9 +229,10 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
     for (const std::string mode : {"EachLine", "Buffered"}) {
         for (const std::string threads : {"1", "4"}) {
             const std::string suffix = "/real_time/threads:" + threads;
-            const double zel = itemsPerSecond(reporter, "File/" + mode + "/Zel" + suffix);
-            const double same = itemsPerSecond(reporter, "File/" + mode + "/spdlog" + suffix);
-            const double plain = itemsPerSecond(reporter, "File/" + mode + "/spdlogDefaultPattern" + suffix);
+            const double zel = reporter.counter("File/" + mode + "/Zel" + suffix, "items_per_second");
+            const double same = reporter.counter("File/" + mode + "/spdlog" + suffix, "items_per_second");
+            const double plain =
+                reporter.counter("File/" + mode + "/spdlogDefaultPattern" + suffix, "items_per_second");
             std::printf("  LogFile lines/s, %s, %s thread%s Zel %.2fM; Zel/spdlog same line %s, "
                         "Zel/spdlog default pattern %s\n",
                         mode == "EachLine" ? "each line written" : "buffered         ", threads.c_str(),

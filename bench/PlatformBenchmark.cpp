@@ -143,25 +143,18 @@ void nlohmannOutgoing(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-double itemsPerSecond(const Zel::Bench::CapturingReporter& reporter, const std::string& name) {
-    const auto* result = reporter.find(name);
-    if (result == nullptr) return 0;
-    const auto rate = result->counters.find("items_per_second");
-    return rate == result->counters.end() ? 0 : rate->second;
-}
-
 void printRatios(const Zel::Bench::CapturingReporter& reporter) {
     std::cout << "\nZel against the hand-written nlohmann version (same run):\n";
     for (const char* threads : {"1", "2"}) {
         const std::string suffix = std::string(threads) == "1" ? "" : "/real_time/threads:2";
-        const double zel = itemsPerSecond(reporter, "RoundTrip/Zel" + suffix);
-        const double peer = itemsPerSecond(reporter, "RoundTrip/nlohmann" + suffix);
+        const double zel = reporter.counter("RoundTrip/Zel" + suffix, "items_per_second");
+        const double peer = reporter.counter("RoundTrip/nlohmann" + suffix, "items_per_second");
         std::printf("  host to plug-in, %s thread%s %.2fM calls/s (%.2fM per thread); Zel/nlohmann %s\n",
                     threads, std::string(threads) == "1" ? ": " : "s:", zel / 1e6,
                     zel / 1e6 / std::atoi(threads), Zel::Bench::formatRatio(zel, peer).c_str());
     }
-    const double zel = itemsPerSecond(reporter, "Outgoing/Zel");
-    const double peer = itemsPerSecond(reporter, "Outgoing/nlohmann");
+    const double zel = reporter.counter("Outgoing/Zel", "items_per_second");
+    const double peer = reporter.counter("Outgoing/nlohmann", "items_per_second");
     std::printf("  plug-in to host:    %.2fM calls/s; Zel/nlohmann %s\n", zel / 1e6,
                 Zel::Bench::formatRatio(zel, peer).c_str());
 }

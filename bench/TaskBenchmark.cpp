@@ -279,33 +279,25 @@ std::string latencyName(const std::string& name) {
     return name + "/iterations:" + std::to_string(latencySamples) + "/real_time";
 }
 
-double counter(const Zel::Bench::CapturingReporter& reporter, const std::string& name,
-               const char* counterName) {
-    const auto* result = reporter.find(name);
-    if (result == nullptr) return 0;
-    const auto value = result->counters.find(counterName);
-    return value == result->counters.end() ? 0 : value->second;
-}
-
 void printRatios(const Zel::Bench::CapturingReporter& reporter) {
     std::printf("\nZel against its peers (same run; ratios above 1 favour Zel):\n");
-    const double asio = counter(reporter, throughputName("Throughput/OneQueue/AsioPool"), "items_per_second");
+    const double asio = reporter.counter(throughputName("Throughput/OneQueue/AsioPool"), "items_per_second");
     for (const char* shape : {"OneQueue", "EightQueues"}) {
         const std::string prefix = std::string("Throughput/") + shape + "/";
-        const double zel = counter(reporter, throughputName(prefix + "Zel"), "items_per_second");
-        const double poco = counter(reporter, throughputName(prefix + "POCO"), "items_per_second");
+        const double zel = reporter.counter(throughputName(prefix + "Zel"), "items_per_second");
+        const double poco = reporter.counter(throughputName(prefix + "POCO"), "items_per_second");
         std::printf("  %-11s Zel %7.3fM tasks/s   Zel/POCO %8s   Zel/Asio pool %s (the floor)\n", shape,
                     zel / 1e6, Zel::Bench::formatRatio(zel, poco).c_str(),
                     Zel::Bench::formatRatio(zel, asio).c_str());
     }
     const double withCallback =
-        counter(reporter, throughputName("Throughput/OneQueueFinishedCallback/Zel"), "items_per_second");
+        reporter.counter(throughputName("Throughput/OneQueueFinishedCallback/Zel"), "items_per_second");
     std::printf("  OneQueue, each task with a finished callback: Zel %.3fM tasks/s\n", withCallback / 1e6);
     std::printf("  addTask -> run start latency, microseconds:\n");
     for (const char* peer : {"Zel", "POCO", "AsioPool"}) {
         const std::string name = latencyName(std::string("Latency/") + peer);
-        std::printf("    %-9s p50 %7.1f   p99 %7.1f\n", peer, counter(reporter, name, "p50_us"),
-                    counter(reporter, name, "p99_us"));
+        std::printf("    %-9s p50 %7.1f   p99 %7.1f\n", peer, reporter.counter(name, "p50_us"),
+                    reporter.counter(name, "p99_us"));
     }
 }
 
