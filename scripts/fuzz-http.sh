@@ -63,6 +63,11 @@ cat >"$dictionary" <<'DICT'
 ";"
 DICT
 
+# A fixed FUZZ_SEED makes a run repeat the same mutations (the test script sets one, so that a
+# failure there can be reproduced); without it every run explores anew.
+seedOption=()
+if [ -n "${FUZZ_SEED:-}" ]; then seedOption=(-seed="$FUZZ_SEED"); fi
+
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 
@@ -84,6 +89,7 @@ for target in "${targets[@]}"; do
     "$fuzzer" "$corpus" "$seeds" \
         -dict="$dictionary" \
         -max_total_time="$seconds" \
+    "${seedOption[@]}" \
         -max_len=8192 \
         -timeout=10 \
         -rss_limit_mb=2048 \
