@@ -87,18 +87,16 @@ void Manager::engine() {
             auto queues = std::exchange(m_queues, {});
             for (auto& [name, queue] : queues) {
                 queue->m_state.store(Queue::State::Removed, std::memory_order_release);
-                queue->releaseAll(garbage);
+                queue->releaseAll(garbage, false);
                 queue->signalRemoved();
             }
-            auto byTag = std::exchange(m_tasksByTag, {});
-            auto byId = std::exchange(m_tasksById, {});
+            auto tasks = m_tasks.takeAll();
             lock.unlock();
             // Pending calls hold queues and runs; all of it may end in user destructors.
             loop.reset();
             garbage.clear();
             queues.clear();
-            byTag.clear();
-            byId.clear();
+            tasks.clear();
             lock.lock();
             setState(EState::Stopped);
         }
@@ -198,9 +196,9 @@ TaskAddResult Manager::addTask(std::shared_ptr<Task> task, const std::string& qu
 bool Manager::cancelTaskAsync(int id) {
     Queue::ReleasedCallbacks released; // destroyed after the lock is released
     Lock lock(m_mutex);
-    auto found = m_tasksById.find(id);
-    if (found == m_tasksById.end()) return true;
-    const std::shared_ptr<Task> task = found->second;
+    const std::shared_ptr<Task>* found = m_tasks.find(id);
+    if (!found) return true;
+    const std::shared_ptr<Task> task = *found;
     // Added again since, under another id: the run under this id is over.
     if (task->id() != id) return true;
     const std::shared_ptr<Queue> queue = task->m_queue.lock();
@@ -216,9 +214,9 @@ void Manager::cancelTask(int id) {
 TaskRunInfo Manager::getTaskRunInfo(int id) const {
     Lock lock(m_mutex);
     TaskRunInfo info;
-    auto found = m_tasksById.find(id);
-    if (found == m_tasksById.end()) return info;
-    const Task& task = *found->second;
+    const std::shared_ptr<Task>* found = m_tasks.find(id);
+    if (!found) return info;
+    const Task& task = **found;
     info.found = true;
     info.taskId = id;
     info.name = task.name();
@@ -245,13 +243,12 @@ std::string Manager::tasksJson() const {
 std::string Manager::tasksByTagJson(int tag, int stateMask) const {
     Lock lock(m_mutex);
     std::vector<const Task*> tasks;
-    if (auto found = m_tasksByTag.find(tag); found != m_tasksByTag.end()) {
-        for (const auto& task : found->second) {
-            const auto& run = task->m_currentRun;
-            if (task->options().tag() == tag && run && (run->state() & stateMask) != 0)
-                tasks.push_back(task.get());
-        }
-    }
+    m_tasks.forEach([&](const Detail::TaskTable::Entry& entry) {
+        const Task& task = *entry.task;
+        const auto& run = task.m_currentRun;
+        if (entry.tag == tag && task.options().tag() == tag && run && (run->state() & stateMask) != 0)
+            tasks.push_back(&task);
+    });
     std::sort(tasks.begin(), tasks.end(), [](const Task* a, const Task* b) { return a->id() < b->id(); });
     tasks.erase(std::unique(tasks.begin(), tasks.end()), tasks.end());
     Json::Array array;
@@ -262,7 +259,7 @@ std::string Manager::tasksByTagJson(int tag, int stateMask) const {
 
 std::size_t Manager::taskCount() const {
     Lock lock(m_mutex);
-    return m_tasksById.size();
+    return m_tasks.size();
 }
 
 void Manager::setHousekeeping(std::chrono::milliseconds interval, std::chrono::milliseconds keepFinished) {
@@ -273,24 +270,6 @@ void Manager::setHousekeeping(std::chrono::milliseconds interval, std::chrono::m
 
 void Manager::post(UniqueFunction<void()> function, std::chrono::milliseconds delay) {
     if (m_loop) m_loop->call(std::move(function), delay);
-}
-
-Manager::TaggedTasks::iterator Manager::registerTask(const std::shared_ptr<Task>& task, int id, int tag) {
-    m_tasksById.emplace(id, task);
-    TaggedTasks& tagged = m_tasksByTag[tag];
-    return tagged.insert(tagged.end(), task);
-}
-
-void Manager::forgetTask(const std::shared_ptr<Task>& task, int id, int tag,
-                         TaggedTasks::iterator tagPosition) {
-    // Once per add: the entries go with the add's last run.
-    auto found = m_tasksById.find(id);
-    if (found == m_tasksById.end() || found->second != task) return;
-    m_tasksById.erase(found);
-    if (auto tagged = m_tasksByTag.find(tag); tagged != m_tasksByTag.end()) {
-        tagged->second.erase(tagPosition);
-        if (tagged->second.empty()) m_tasksByTag.erase(tagged);
-    }
 }
 
 } // namespace Zel::Tasks

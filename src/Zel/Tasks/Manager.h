@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Zel/Tasks/Detail/TaskTable.h>
 #include <Zel/Tasks/IManager.h>
 #include <Zel/Tasks/TaskRun.h>
 #include <Zel/Tasks/TaskRunInfo.h>
@@ -9,13 +10,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 namespace Zel::Async {
@@ -123,10 +122,6 @@ private:
     void sweep();
     void post(UniqueFunction<void()> function, std::chrono::milliseconds delay);
     bool onEngineThread() const;
-    using TaggedTasks = std::list<std::shared_ptr<Task>>;
-    // Returns the task's place among the tasks of its tag, for forgetTask.
-    TaggedTasks::iterator registerTask(const std::shared_ptr<Task>& task, int id, int tag);
-    void forgetTask(const std::shared_ptr<Task>& task, int id, int tag, TaggedTasks::iterator tagPosition);
     // The last step of every thread the manager started: after it the thread no longer touches the
     // manager, so stop() may return.
     void threadLeft() noexcept { m_threadsInside.fetch_sub(1, std::memory_order_release); }
@@ -138,9 +133,8 @@ private:
     std::unique_ptr<Async::EventLoop> m_loop;
     int m_nextTaskId = 1;
     std::shared_ptr<Log::ILog> m_log;
-    // Every add enters the task once per map; its runs keep the place in the tag's list.
-    std::unordered_map<int, TaggedTasks> m_tasksByTag;
-    std::unordered_map<int, std::shared_ptr<Task>> m_tasksById;
+    // Every add enters the task once, under its id and tag, until its last run is swept.
+    Detail::TaskTable m_tasks;
     std::shared_ptr<Async::Threads::Manager> m_threads;
     std::shared_ptr<Events::Manager> m_events;
 

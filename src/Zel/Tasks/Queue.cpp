@@ -70,6 +70,9 @@ int Queue::running() const {
 TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::milliseconds delay) {
     if (!task) throw ArgumentException("Task queue cannot add an empty task | queue=" + m_name);
     delay = std::max(delay, std::chrono::milliseconds(0));
+    // Made before the lock is taken: the workers and the event loop wait for it less. Wasted only
+    // when the reference refuses the add.
+    auto run = std::make_shared<TaskRun>(task, TaskRun::Clock::now() + delay);
 
     Lock lock(mutex());
     if (state() != State::Active) {
@@ -88,17 +91,15 @@ TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::millisecon
         }
     }
 
-    auto run = std::make_shared<TaskRun>(task, TaskRun::Clock::now() + delay);
     const int id = m_manager.m_nextTaskId++;
     run->m_taskId = id;
-    run->m_tag = options.tag();
     if (!reference.empty()) m_waitingReferences.emplace(reference, task);
     insertWaiting(run);
     task->m_id.store(id, std::memory_order_relaxed);
     task->m_addCount.fetch_add(1, std::memory_order_relaxed);
     task->m_currentRun = run;
     task->m_queue = weak_from_this();
-    run->m_tagPosition = m_manager.registerTask(task, id, run->m_tag);
+    m_manager.m_tasks.add(id, options.tag(), task);
 
     // With every place taken, the run that ends first starts this one (see takeOver and
     // finishTaskRun); waking the loop would achieve nothing.
@@ -151,7 +152,8 @@ void Queue::clear() {
     // Event handlers run under the lock and may add tasks; they go to the fresh lists, not into the
     // ones being dropped.
     const std::vector<RunPtr> running(m_runningRuns.begin(), m_runningRuns.end());
-    auto waiting = std::exchange(m_waiting, {});
+    Waiting waiting(m_waiting.get_allocator());
+    waiting.swap(m_waiting);
     m_waitingReferences.clear();
     for (const RunPtr& run : running) {
         if (run->state() != TaskRun::Running) continue;
@@ -164,6 +166,8 @@ void Queue::clear() {
         m_finished.push_back(run);
         raiseStateChanged(run);
     }
+    waiting.clear();
+    waitingShrunk();
 }
 
 void Queue::removeAsync() {
@@ -275,6 +279,7 @@ Queue::RunPtr Queue::takeNextDue(TaskRun::TimePoint now, Waiting::iterator& from
         }
         RunPtr run = std::move(it->second);
         from = m_waiting.erase(it);
+        waitingShrunk();
         run->m_place = TaskRun::Place::Running;
         run->setState(TaskRun::Running);
         TaskRun::store(run->m_started, now);
@@ -417,8 +422,6 @@ bool Queue::retryTask(const RunPtr& failedRun, TaskRun::TimePoint now) {
 
     auto run = std::make_shared<TaskRun>(task, now + delay);
     run->m_taskId = failedRun->m_taskId;
-    run->m_tag = failedRun->m_tag;
-    run->m_tagPosition = failedRun->m_tagPosition;
     insertWaiting(run);
     task->m_progress.store(0, std::memory_order_relaxed);
     task->m_currentRun = run;
@@ -494,9 +497,15 @@ void Queue::eraseWaiting(const RunPtr& run) {
     for (auto it = first; it != last; ++it) {
         if (it->second == run) {
             m_waiting.erase(it);
+            waitingShrunk();
             return;
         }
     }
+}
+
+void Queue::waitingShrunk() noexcept {
+    // No node is left, so nothing refers to the pool's memory.
+    if (m_waiting.empty()) m_waitingPool.release();
 }
 
 void Queue::eraseRunning(TaskRun& run) {
@@ -529,18 +538,18 @@ void Queue::sweep(TaskRun::TimePoint finishedBefore, std::vector<RunPtr>& garbag
         // A retry of the same add may still be waiting; the task stays known until its last run goes.
         const bool lastOfItsAdd = task->m_currentRun == run || task->id() != run->m_taskId;
         if (task->m_currentRun == run) task->m_currentRun.reset();
-        if (lastOfItsAdd) m_manager.forgetTask(task, run->m_taskId, run->m_tag, run->m_tagPosition);
+        if (lastOfItsAdd) m_manager.m_tasks.erase(run->m_taskId, *task);
         run->m_place = TaskRun::Place::None;
         garbage.push_back(std::move(run));
     }
     m_finished.erase(kept, m_finished.end());
 }
 
-void Queue::releaseAll(std::vector<RunPtr>& garbage) {
+void Queue::releaseAll(std::vector<RunPtr>& garbage, bool forgetTasks) {
     auto release = [&](RunPtr&& run) {
         const std::shared_ptr<Task>& task = run->m_task;
         if (task->m_currentRun == run) task->m_currentRun.reset();
-        m_manager.forgetTask(task, run->m_taskId, run->m_tag, run->m_tagPosition);
+        if (forgetTasks) m_manager.m_tasks.erase(run->m_taskId, *task);
         run->m_place = TaskRun::Place::None;
         garbage.push_back(std::move(run));
     };
@@ -551,6 +560,7 @@ void Queue::releaseAll(std::vector<RunPtr>& garbage) {
     for (RunPtr& run : m_finished)
         release(std::move(run));
     m_waiting.clear();
+    waitingShrunk();
     m_runningRuns.clear();
     m_finished.clear();
     m_waitingReferences.clear();

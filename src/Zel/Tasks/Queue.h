@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -101,7 +102,7 @@ private:
 
     using Lock = std::unique_lock<std::recursive_mutex>;
     using RunPtr = std::shared_ptr<TaskRun>;
-    using Waiting = std::multimap<TaskRun::TimePoint, RunPtr>;
+    using Waiting = std::pmr::multimap<TaskRun::TimePoint, RunPtr>;
     // Run callbacks of tasks that are over, to be destroyed once the lock is released.
     using ReleasedCallbacks = std::vector<UniqueFunction<bool(RunContext&)>>;
 
@@ -132,12 +133,14 @@ private:
     void raiseStateChanged(const RunPtr& run);
     void insertWaiting(RunPtr run);
     void eraseWaiting(const RunPtr& run);
+    void waitingShrunk() noexcept;
     void eraseRunning(TaskRun& run);
     void dropReference(std::unordered_map<std::string, std::shared_ptr<Task>>& references, const Task& task);
     // Housekeeping on the event loop, under the lock. What they drop goes to `garbage`, to be destroyed
     // once the lock is released.
     void sweep(TaskRun::TimePoint finishedBefore, std::vector<RunPtr>& garbage);
-    void releaseAll(std::vector<RunPtr>& garbage);
+    // `forgetTasks` false: the manager drops its whole task table itself.
+    void releaseAll(std::vector<RunPtr>& garbage, bool forgetTasks = true);
 
     std::string m_name;
     int m_maxThreads;
@@ -153,7 +156,11 @@ private:
     std::shared_ptr<Log::ILog> m_log;
     std::shared_ptr<Events::Manager> m_events;
 
-    Waiting m_waiting; // by start time; equal times in adding order
+    // The waiting list's nodes come from a pool of the queue's own (the lock guards it): a burst of
+    // adds then costs no allocation per run for its place in the list. The pool's memory goes back
+    // whenever the list empties.
+    std::pmr::unsynchronized_pool_resource m_waitingPool;
+    Waiting m_waiting{&m_waitingPool}; // by start time; equal times in adding order
     std::vector<RunPtr> m_finished;
     // Runs handed to workers whose finish was not processed yet, in no particular order; each knows
     // its index.

@@ -20,8 +20,7 @@ TaskRun::TaskRun(std::shared_ptr<Task> task, TimePoint runAt) : m_task(std::move
 TaskRun::TaskRun(const TaskRun& other)
     : m_task(other.m_task), m_state(other.state()), m_runAt(other.m_runAt),
       m_started(other.m_started.load(std::memory_order_relaxed)),
-      m_finished(other.m_finished.load(std::memory_order_relaxed)), m_taskId(other.m_taskId),
-      m_tag(other.m_tag), m_tagPosition(other.m_tagPosition) {}
+      m_finished(other.m_finished.load(std::memory_order_relaxed)), m_taskId(other.m_taskId) {}
 
 TaskRun& TaskRun::operator=(const TaskRun& other) {
     if (this == &other) return *this;
@@ -31,8 +30,6 @@ TaskRun& TaskRun::operator=(const TaskRun& other) {
     store(m_started, other.started());
     store(m_finished, other.finished());
     m_taskId = other.m_taskId;
-    m_tag = other.m_tag;
-    m_tagPosition = other.m_tagPosition;
     // A copy is a snapshot: it belongs to none of the queue's lists.
     m_place = Place::None;
     m_handedOver = false;

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <string>
 
@@ -70,10 +69,8 @@ private:
     std::atomic<Clock::rep> m_finished{0};
 
     // The rest is the queue's bookkeeping, guarded by the manager's lock. A task may be added again
-    // later under a new id and tag; the run remembers the ones it was scheduled under.
+    // later under a new id; the run remembers the one it was scheduled under.
     int m_taskId = 0;
-    int m_tag = 0;
-    std::list<std::shared_ptr<Task>>::iterator m_tagPosition; // in the manager's tasks of the tag
     Place m_place = Place::None;
     std::size_t m_runningIndex = 0; // in the queue's running list, while Place::Running
     // The worker that ran it went on with another run of the queue, which took over its place.

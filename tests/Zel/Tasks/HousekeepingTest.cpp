@@ -89,6 +89,47 @@ TEST(TaskHousekeeping, ATaskStaysKnownWhileItsRetryWaitsLongerThanFinishedRunsAr
     ASSERT_TRUE(waitUntil([&] { return !system.manager.getTaskRunInfo(id).found; }));
 }
 
+// The oldest id stays taken by a task that waits an hour while thousands of later ones run and are
+// swept around it: lookups by id and by tag must still find exactly the live ones, in id order.
+TEST(TaskHousekeeping, TasksAreFoundByIdAndTagAcrossSweptNeighbours) {
+    TaskSystem system(2ms, 1ms);
+    auto queue = system.manager.addQueue("work", 2);
+    const int oldest =
+        queue->addTask(makeTask("oldest", [](RunContext&) { return true; }, nullptr, TaskOptions().setTag(3)), 1h)
+            .id();
+    constexpr int count = 5000;
+    std::atomic<int> done{0};
+    std::vector<int> kept;
+    for (int i = 0; i < count; ++i) {
+        // Every 1000th task waits too, so that live entries sit between the swept ones.
+        const bool waits = i % 1000 == 999;
+        auto task = makeTask(
+            "short", [&](RunContext&) { return true; }, [&](FinishContext&) { ++done; },
+            TaskOptions().setTag(i % 2 == 0 ? 3 : 4));
+        const int id = queue->addTask(std::move(task), waits ? 1h : 0ms).id();
+        if (waits) kept.push_back(id);
+    }
+    ASSERT_TRUE(waitUntil([&] { return done == count - static_cast<int>(kept.size()); }));
+    ASSERT_TRUE(waitUntil([&] { return system.manager.taskCount() == kept.size() + 1; }));
+
+    EXPECT_EQ(system.manager.getTaskRunInfo(oldest).state, TaskRun::Waiting);
+    for (const int id : kept)
+        EXPECT_EQ(system.manager.getTaskRunInfo(id).state, TaskRun::Waiting) << "id " << id;
+    EXPECT_FALSE(system.manager.getTaskRunInfo(oldest + 1).found);
+    // Kept ids are odd-numbered adds (i = 999, 1999, ...): tag 4. The oldest is the only tag 3 left.
+    const Variant tagged = Json::parse(system.manager.tasksByTagJson(4));
+    ASSERT_EQ(tagged.size(), kept.size());
+    for (std::size_t i = 0; i < kept.size(); ++i)
+        EXPECT_EQ(static_cast<int>(tagged[i]["task"]["id"]), kept[i]);
+    const Variant oldestOnly = Json::parse(system.manager.tasksByTagJson(3));
+    ASSERT_EQ(oldestOnly.size(), 1u);
+    EXPECT_EQ(static_cast<int>(oldestOnly[0]["task"]["id"]), oldest);
+
+    // Cancelling by id reaches a run behind the compacted entries.
+    EXPECT_TRUE(system.manager.cancelTaskAsync(kept.back()));
+    EXPECT_EQ(system.manager.getTaskRunInfo(kept.back()).state, TaskRun::Failed);
+}
+
 TEST(TaskHousekeeping, InfoAndTagListingDescribeTheCurrentRun) {
     TaskSystem system;
     auto queue = system.manager.addQueue("work", 1);
