@@ -1,6 +1,8 @@
 #include "CapturingReporter.h"
 
 #include <cstdio>
+#include <exception>
+#include <iostream>
 #include <string_view>
 #include <unistd.h>
 
@@ -49,6 +51,24 @@ std::string formatRatio(double numerator, double denominator) {
     char text[32];
     std::snprintf(text, sizeof text, "%.2fx", numerator / denominator);
     return text;
+}
+
+int runBenchmarks(int argc, char** argv, const char* program, void (*registerBenchmarks)(),
+                  void (*printRatios)(const CapturingReporter&)) {
+    const auto outputOptions = CapturingReporter::outputOptions(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    try {
+        registerBenchmarks();
+    } catch (const std::exception& error) {
+        std::cerr << program << ": " << error.what() << '\n';
+        return 1;
+    }
+    CapturingReporter reporter(outputOptions);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    printRatios(reporter);
+    benchmark::Shutdown();
+    return 0;
 }
 
 } // namespace Zel::Bench

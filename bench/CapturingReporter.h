@@ -50,4 +50,10 @@ private:
 // "3.40x", or "n/a" when either side is missing.
 std::string formatRatio(double numerator, double denominator);
 
+// The main of every benchmark program: parses the flags, registers the benchmarks (a failure there,
+// such as a missing data file, ends the program with "<program>: <reason>" and exit code 1), runs
+// them through a CapturingReporter and hands it to `printRatios`.
+int runBenchmarks(int argc, char** argv, const char* program, void (*registerBenchmarks)(),
+                  void (*printRatios)(const CapturingReporter&));
+
 } // namespace Zel::Bench

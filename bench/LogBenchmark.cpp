@@ -245,15 +245,8 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto outputOptions = Zel::Bench::CapturingReporter::outputOptions(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    registerBenchmarks();
-    Zel::Bench::CapturingReporter reporter(outputOptions);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    printRatios(reporter);
-    benchmark::Shutdown();
+    const int status = Zel::Bench::runBenchmarks(argc, argv, "zel-bench-log", registerBenchmarks, printRatios);
     std::error_code ignored;
     fs::remove(fs::temp_directory_path() / ("zel-bench-log-quiet-" + std::to_string(getpid())), ignored);
-    return 0;
+    return status;
 }

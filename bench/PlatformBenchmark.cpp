@@ -143,6 +143,17 @@ void nlohmannOutgoing(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+void registerBenchmarks() {
+    // One thread is measured in CPU time, which other load on a shared machine disturbs least; two
+    // threads in wall time, since their total throughput is the point.
+    benchmark::RegisterBenchmark("RoundTrip/Zel", zelRoundTrip);
+    benchmark::RegisterBenchmark("RoundTrip/nlohmann", nlohmannRoundTrip);
+    benchmark::RegisterBenchmark("RoundTrip/Zel", zelRoundTrip)->Threads(2)->UseRealTime();
+    benchmark::RegisterBenchmark("RoundTrip/nlohmann", nlohmannRoundTrip)->Threads(2)->UseRealTime();
+    benchmark::RegisterBenchmark("Outgoing/Zel", zelOutgoing);
+    benchmark::RegisterBenchmark("Outgoing/nlohmann", nlohmannOutgoing);
+}
+
 void printRatios(const Zel::Bench::CapturingReporter& reporter) {
     std::cout << "\nZel against the hand-written nlohmann version (same run):\n";
     for (const char* threads : {"1", "2"}) {
@@ -162,20 +173,5 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto outputOptions = Zel::Bench::CapturingReporter::outputOptions(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    // One thread is measured in CPU time, which other load on a shared machine disturbs least; two
-    // threads in wall time, since their total throughput is the point.
-    benchmark::RegisterBenchmark("RoundTrip/Zel", zelRoundTrip);
-    benchmark::RegisterBenchmark("RoundTrip/nlohmann", nlohmannRoundTrip);
-    benchmark::RegisterBenchmark("RoundTrip/Zel", zelRoundTrip)->Threads(2)->UseRealTime();
-    benchmark::RegisterBenchmark("RoundTrip/nlohmann", nlohmannRoundTrip)->Threads(2)->UseRealTime();
-    benchmark::RegisterBenchmark("Outgoing/Zel", zelOutgoing);
-    benchmark::RegisterBenchmark("Outgoing/nlohmann", nlohmannOutgoing);
-    Zel::Bench::CapturingReporter reporter(outputOptions);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    printRatios(reporter);
-    benchmark::Shutdown();
-    return 0;
+    return Zel::Bench::runBenchmarks(argc, argv, "zel-bench-platform", registerBenchmarks, printRatios);
 }

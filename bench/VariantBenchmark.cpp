@@ -279,13 +279,5 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto outputOptions = Zel::Bench::CapturingReporter::outputOptions(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    registerBenchmarks();
-    Zel::Bench::CapturingReporter reporter(outputOptions);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    printRatios(reporter);
-    benchmark::Shutdown();
-    return 0;
+    return Zel::Bench::runBenchmarks(argc, argv, "zel-bench-variant", registerBenchmarks, printRatios);
 }
