@@ -1,5 +1,7 @@
 #include <Zel/Detail/VariantMap.h>
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <iterator>
 
 namespace Zel::Detail {
@@ -17,55 +19,99 @@ inline bool keyLess(std::string_view a, std::string_view b) noexcept {
     return a < b;
 }
 
-bool entryLess(const VariantMap::Entry& a, const VariantMap::Entry& b) noexcept {
-    return keyLess(a.first, b.first);
+// A key's first sixteen bytes as two big-endian words, zero-padded: where these differ they order
+// two keys as their bytes do (a key that ends early pads with zeros and is a prefix of the other),
+// so sorting compares integers and reads the keys themselves only on a tie.
+struct SortKey {
+    std::uint64_t head;
+    std::uint64_t tail;
+    VariantMap::Entry* entry;
+};
+
+inline std::uint64_t bigEndianWord(const std::string& key, std::size_t offset) noexcept {
+    unsigned char bytes[8] = {};
+    if (offset < key.size())
+        std::memcpy(bytes, key.data() + offset, std::min<std::size_t>(8, key.size() - offset));
+    std::uint64_t word = 0;
+    for (unsigned char byte : bytes)
+        word = word << 8 | byte;
+    return word;
+}
+
+inline SortKey sortKeyOf(VariantMap::Entry& entry) noexcept {
+    return SortKey{bigEndianWord(entry.first, 0), bigEndianWord(entry.first, 8), &entry};
+}
+
+inline bool sortLess(const SortKey& a, const SortKey& b) noexcept {
+    if (a.head != b.head) return a.head < b.head;
+    if (a.tail != b.tail) return a.tail < b.tail;
+    return keyLess(a.entry->first, b.entry->first);
 }
 
 } // namespace
 
-VariantMap VariantMap::fromSorted(Entry* first, Entry* last) {
+template <class NextEntry>
+VariantMap VariantMap::build(std::size_t count, NextEntry nextEntry) {
     VariantMap map;
-    const auto count = static_cast<std::size_t>(last - first);
     if (count == 0) return map;
     // Big maps start half-full so that the first inserts do not split at once.
     const std::size_t perChunk = count <= maxChunk ? count : maxChunk / 2;
     map.m_chunks.reserve((count + perChunk - 1) / perChunk);
-    while (first != last) {
-        const std::size_t take = std::min(perChunk, static_cast<std::size_t>(last - first));
+    for (std::size_t left = count; left != 0;) {
+        const std::size_t take = std::min(perChunk, left);
         Chunk& chunk = map.m_chunks.emplace_back();
         chunk.reserve(take);
-        chunk.insert(chunk.end(), std::make_move_iterator(first), std::make_move_iterator(first + take));
-        first += take;
+        for (std::size_t i = 0; i < take; ++i)
+            chunk.push_back(std::move(nextEntry()));
+        left -= take;
     }
     map.m_size = count;
     return map;
 }
 
+VariantMap VariantMap::fromSorted(Entry* first, Entry* last) {
+    return build(static_cast<std::size_t>(last - first), [&first]() -> Entry& { return *first++; });
+}
+
 VariantMap VariantMap::fromUnsorted(Entry* first, Entry* last) {
-    const auto count = last - first;
-    if (count <= 24) {
-        // Insertion sort: stable, allocation-free and fastest for the small objects JSON is made of.
-        for (Entry* i = first + 1; i < last; ++i) {
-            if (!keyLess(i->first, (i - 1)->first)) continue;
-            Entry moving = std::move(*i);
-            Entry* j = i;
-            do {
-                *j = std::move(*(j - 1));
-                --j;
-            } while (j != first && keyLess(moving.first, (j - 1)->first));
-            *j = std::move(moving);
+    // Most objects arrive with their keys in order: one pass proves it, and that no key repeats.
+    const auto count = static_cast<std::size_t>(last - first);
+    std::size_t ordered = 1;
+    while (ordered < count && keyLess(first[ordered - 1].first, first[ordered].first))
+        ++ordered;
+    if (ordered >= count) return fromSorted(first, last);
+
+    // Otherwise order sort keys, not entries, so that each entry moves once, straight into its
+    // chunk, and small objects need no buffer from the heap.
+    constexpr std::size_t inlineCount = 64;
+    SortKey inlineOrder[inlineCount];
+    std::vector<SortKey> heapOrder;
+    SortKey* order = inlineOrder;
+    if (count > inlineCount) {
+        heapOrder.resize(count);
+        order = heapOrder.data();
+    }
+    for (std::size_t i = 0; i < count; ++i)
+        order[i] = sortKeyOf(first[i]);
+    // Both sorts are stable: repeated keys stay in input order.
+    if (count <= inlineCount) {
+        for (std::size_t i = ordered; i < count; ++i) {
+            const SortKey moving = order[i];
+            std::size_t j = i;
+            for (; j > 0 && sortLess(moving, order[j - 1]); --j)
+                order[j] = order[j - 1];
+            order[j] = moving;
         }
-    } else if (!std::is_sorted(first, last, entryLess)) {
-        std::stable_sort(first, last, entryLess);
+    } else {
+        std::stable_sort(order, order + count, sortLess);
     }
-    // Repeated keys: the last one wins. Stable sorting kept them in input order.
-    Entry* out = first;
-    for (Entry* i = first; i < last; ++i) {
-        if (i + 1 < last && i->first == (i + 1)->first) continue;
-        if (out != i) *out = std::move(*i);
-        ++out;
+    // Of repeated keys the last one wins.
+    std::size_t unique = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i + 1 < count && !sortLess(order[i], order[i + 1])) continue;
+        order[unique++] = order[i];
     }
-    return fromSorted(first, out);
+    return build(unique, [&order]() -> Entry& { return *(order++)->entry; });
 }
 
 void VariantMap::ChunkList::insert(std::size_t index, Chunk&& chunk) {

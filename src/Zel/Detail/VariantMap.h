@@ -108,6 +108,9 @@ public:
     void erase(std::string_view key);
 
 private:
+    // A map of `count` entries taken in key order, each moved from the next `nextEntry()`.
+    template <class NextEntry>
+    static VariantMap build(std::size_t count, NextEntry nextEntry);
     std::size_t chunkFor(std::string_view key) const noexcept;
 
     ChunkList m_chunks; // never holds an empty chunk
