@@ -258,18 +258,5 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto outputOptions = Zel::Bench::CapturingReporter::outputOptions(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    try {
-        registerBenchmarks();
-    } catch (const std::exception& error) {
-        std::cerr << "zel-bench-json: " << error.what() << '\n';
-        return 1;
-    }
-    Zel::Bench::CapturingReporter reporter(outputOptions);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    printRatios(reporter);
-    benchmark::Shutdown();
-    return 0;
+    return Zel::Bench::runBenchmarks(argc, argv, "zel-bench-json", registerBenchmarks, printRatios);
 }
