@@ -5,6 +5,7 @@
 #include <Zel/Json/Detail/DoubleWriter.h>
 #include <Zel/Json/Detail/Writer.h>
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -101,37 +102,30 @@ inline std::uint64_t loadShort(const char* p, std::size_t length) noexcept {
            static_cast<std::uint64_t>(static_cast<unsigned char>(p[length - 1])) << (8 * (length - 1)) | rest;
 }
 
+// The letter after the backslash for the bytes with a short escape; 0 for the ones written \u00XX.
+constexpr auto shortEscapes = [] {
+    std::array<char, 256> letters{};
+    letters['"'] = '"';
+    letters['\\'] = '\\';
+    letters['\b'] = 'b';
+    letters['\t'] = 't';
+    letters['\n'] = 'n';
+    letters['\f'] = 'f';
+    letters['\r'] = 'r';
+    return letters;
+}();
+
 // Writes the escape of one byte that needs one, returns the end.
 inline char* writeEscape(char* out, unsigned char byte) noexcept {
     out[0] = '\\';
-    switch (byte) {
-    case '"':
-        out[1] = '"';
+    if (const char letter = shortEscapes[byte]) {
+        out[1] = letter;
         return out + 2;
-    case '\\':
-        out[1] = '\\';
-        return out + 2;
-    case '\b':
-        out[1] = 'b';
-        return out + 2;
-    case '\t':
-        out[1] = 't';
-        return out + 2;
-    case '\n':
-        out[1] = 'n';
-        return out + 2;
-    case '\f':
-        out[1] = 'f';
-        return out + 2;
-    case '\r':
-        out[1] = 'r';
-        return out + 2;
-    default:
-        std::memcpy(out + 1, "u00", 3);
-        out[4] = hexDigits[byte >> 4];
-        out[5] = hexDigits[byte & 0xF];
-        return out + 6;
     }
+    std::memcpy(out + 1, "u00", 3);
+    out[4] = hexDigits[byte >> 4];
+    out[5] = hexDigits[byte & 0xF];
+    return out + 6;
 }
 
 // Asks for the cache line holding `address` without waiting for it; a hint only.
