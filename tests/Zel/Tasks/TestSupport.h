@@ -86,7 +86,7 @@ public:
             EventTaskRunStateChanged::eventName, [this](const EventTaskRunStateChanged& event) {
                 std::lock_guard lock(m_mutex);
                 auto& states = m_byRun[event.taskRun().get()];
-                if (states.empty()) m_runsByTask[event.taskId()].push_back(event.taskRun());
+                if (states.empty() && m_keepRuns) m_runsByTask[event.taskId()].push_back(event.taskRun());
                 states.push_back(event.state());
             });
     }
@@ -104,10 +104,12 @@ public:
         if (found == m_byRun.end()) return {};
         return std::vector<int>(found->second.begin(), found->second.end());
     }
-    // Drops the recorder's references to runs, so that leak checks see only the library's.
+    // Drops the recorder's references to runs and keeps none of the runs seen from now on (retries
+    // may still start before a stop), so that leak checks see only the library's.
     void forgetRuns() {
         std::lock_guard lock(m_mutex);
         m_runsByTask.clear();
+        m_keepRuns = false;
     }
 
 private:
@@ -116,6 +118,7 @@ private:
     mutable std::mutex m_mutex;
     std::map<const TaskRun*, std::vector<TaskRun::State>> m_byRun;
     std::map<int, std::vector<std::shared_ptr<TaskRun>>> m_runsByTask;
+    bool m_keepRuns = true;
 };
 
 } // namespace Zel::Tasks::Testing
