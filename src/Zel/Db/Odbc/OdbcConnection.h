@@ -17,9 +17,17 @@ struct Session;
 // "SELECT 1", since drivers (psqlODBC among them) go on reporting a connection whose server is gone
 // as alive until a statement fails on it.
 //
-// Drivers differ in the types they report: the SQLite3 driver names a column's type after its
-// declared type (an expression or a column declared without a known type reads as text), and it
-// keeps no exact decimals, so NUMERIC columns read back what SQLite stored.
+// Column types are what the driver reports, so they differ between drivers:
+//   - SQLite3 driver: a column reads as its declared type says. INTEGER, SMALLINT, BIGINT, TINYINT
+//     (short), BIT and BOOL, DATE, TIME, DATETIME and TIMESTAMP, BLOB (any name containing it) and
+//     the text types map as expected; REAL, FLOAT, DOUBLE and NUMERIC read as double, passed
+//     through the driver's 15-digit text, so a double may lose its last digits; DECIMAL reads as
+//     text. SQLite keeps no exact decimals. A column without a declared type, and an expression,
+//     reads as the type of its value in the first row (integers as int32, widened to int64 for a
+//     value that needs it); with StepAPI=1 in the string such columns read as text.
+//     INSERT/UPDATE/DELETE ... RETURNING works through query() (and execute()).
+//   - psqlODBC: put BoolsAsChar=0 in the string, else booleans read as the text "1"/"0";
+//     Protocol=7.4-1 avoids a savepoint round trip around every statement in a transaction.
 class ZEL_API OdbcConnection : public Connection {
 public:
     OdbcConnection();
