@@ -73,6 +73,7 @@ public:
     ~PostgresCluster() {
         m_admin.reset();
         stop();
+        removeDriverLog();
     }
 
 private:
@@ -143,6 +144,21 @@ private:
         if (m_watchdogPipe >= 0) ::close(m_watchdogPipe);
         std::error_code ignored;
         std::filesystem::remove_all(m_directory, ignored);
+    }
+
+    // psqlODBC opens its log file before it reads CommLog=0 from the connection string, and leaves
+    // "psqlodbc_<program>_<user><pid>.log" behind in the temporary directory.
+    static void removeDriverLog() noexcept {
+        const passwd* user = ::getpwuid(::geteuid());
+        if (user == nullptr) return;
+        const std::string suffix = "_" + std::string(user->pw_name) + std::to_string(::getpid()) + ".log";
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator("/tmp", error)) {
+            const std::string name = entry.path().filename().string();
+            if (name.rfind("psqlodbc_", 0) == 0 && name.size() > suffix.size() &&
+                name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
+                std::filesystem::remove(entry.path(), error);
+        }
     }
 
     std::string m_directory;
