@@ -13,6 +13,8 @@ namespace {
 constexpr std::size_t longTextFrom = 4000;
 // A parameter array holds at most this many bytes; larger batches go in several arrays.
 constexpr std::size_t arrayBudget = 16u << 20;
+// Array buffers up to this size stay with the statement between batches.
+constexpr std::size_t keptArrayBytes = 1u << 20;
 
 struct SqlKind {
     SQLSMALLINT cType;
@@ -359,6 +361,9 @@ std::int64_t OdbcStatement::executeBatch(const std::vector<std::vector<Variant>>
             SQLSetStmtAttr(handle, SQL_ATTR_PARAM_STATUS_PTR, nullptr, 0);
             for (auto& param : statement.m_params)
                 param.cType = 0;
+            // Kept for the next batch of this statement, unless a batch of long values made them large.
+            for (auto& column : statement.m_arrays)
+                if (column.data.capacity() > keptArrayBytes) column = ArrayColumn();
         }
     } restore{*this};
     SQLHSTMT handle = m_handle.get();
