@@ -257,6 +257,10 @@ TEST_F(FirebirdConnectionTest, ReturningAndGeneratorsWorkThroughQueryAndExecute)
     EXPECT_EQ(static_cast<std::string>(updated->value(0)), "X");
     EXPECT_TRUE(db().query("DELETE FROM tblOrmObjects WHERE id=99 RETURNING id")->eof());
 
+    db().execute("CREATE PROCEDURE twice (a INTEGER) RETURNS (b INTEGER) AS BEGIN b = a * 2; END");
+    EXPECT_EQ(static_cast<int>(db().scalar("EXECUTE PROCEDURE twice(?)", {21})), 42);
+    EXPECT_NO_THROW(db().execute("EXECUTE PROCEDURE twice(?)", {1}));
+
     db().execute("SET GENERATOR genOrmObjectId TO 5");
     auto next = db().query("SELECT GEN_ID(genOrmObjectId,1) AS id FROM RDB$DATABASE");
     EXPECT_EQ(next->columnName(0), "ID");
