@@ -186,6 +186,7 @@ void FirebirdConnection::begin() {
 
 void FirebirdConnection::commit() {
     if (!m_session || m_session->transaction == nullptr) ZEL_THROW_INVALID_OPERATION();
+    m_session->closeTransactionReaders();
     try {
         m_session->commit(m_session->transaction, {});
     } catch (...) {
@@ -197,6 +198,7 @@ void FirebirdConnection::commit() {
 
 void FirebirdConnection::rollback() {
     if (!m_session || m_session->transaction == nullptr) ZEL_THROW_INVALID_OPERATION();
+    m_session->closeTransactionReaders();
     try {
         m_session->rollback(m_session->transaction, {});
     } catch (...) {

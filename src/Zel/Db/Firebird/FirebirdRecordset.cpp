@@ -32,7 +32,8 @@ const std::vector<Recordset::Column>& FirebirdRecordset::columns() const {
 }
 
 void FirebirdRecordset::requireOpen() const {
-    if (m_closed || m_statement->m_session->attachment == nullptr)
+    if (m_closedBecause != nullptr) throw DbException(m_closedBecause, {}, {}, 0, m_statement->sql());
+    if (m_statement->m_session->attachment == nullptr)
         throw DbException("Db: connection is closed", {}, {}, 0, m_statement->sql());
 }
 

@@ -47,7 +47,8 @@ private:
     std::vector<Variant> m_row;
     bool m_fromCursor = false;
     bool m_eof = true;
-    bool m_closed = false;
+    // Why reads throw, once the connection closed or the transaction read in ended; null before.
+    const char* m_closedBecause = nullptr;
 };
 
 } // namespace Zel::Db::Firebird

@@ -147,7 +147,7 @@ FirebirdStatement::~FirebirdStatement() {
 void FirebirdStatement::releaseHandles() noexcept {
     if (FirebirdRecordset* reader = m_reader) {
         reader->abandon();
-        reader->m_closed = true;
+        reader->m_closedBecause = "Db: connection is closed";
     }
     m_binder.reset();
     if (m_outputMetadata != nullptr) {
@@ -160,6 +160,13 @@ void FirebirdStatement::releaseHandles() noexcept {
         m_session->status()->init();
         m_statement = nullptr;
     }
+}
+
+void FirebirdStatement::closeTransactionReader() noexcept {
+    FirebirdRecordset* reader = m_reader;
+    if (reader == nullptr || reader->m_ownTransaction != nullptr) return;
+    reader->abandon();
+    reader->m_closedBecause = "Db: the transaction the recordset read in has ended";
 }
 
 std::int64_t FirebirdStatement::run(const std::vector<Variant>& params, Fb::ITransaction* transaction,

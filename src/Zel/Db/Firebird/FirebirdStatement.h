@@ -56,6 +56,8 @@ private:
     std::int64_t run(const std::vector<Variant>& params, ::Firebird::ITransaction* transaction, bool count);
     // Frees the engine's handles while the connection closes; later calls throw.
     void releaseHandles() noexcept;
+    // Closes the recordset reading in the connection's transaction, which is about to end.
+    void closeTransactionReader() noexcept;
     unsigned char* output() noexcept { return reinterpret_cast<unsigned char*>(m_output.data()); }
 
     std::shared_ptr<Detail::Session> m_session;

@@ -419,6 +419,15 @@ TEST_F(FirebirdConnectionTest, CloseLeavesOpenRecordsetsThrowing) {
     db().execute("CREATE TABLE t (id INTEGER)");
     db().execute("INSERT INTO t VALUES (1)");
     db().execute("INSERT INTO t VALUES (2)");
+    // The engine closes a cursor with its transaction; a fetch afterwards would not fail but
+    // deliver the last row again and again.
+    for (bool commit : {true, false}) {
+        db().begin();
+        auto inTransaction = db().query("SELECT id FROM t");
+        commit ? db().commit() : db().rollback();
+        EXPECT_THROW(inTransaction->next(), DbException);
+        EXPECT_THROW(inTransaction->value(0), DbException);
+    }
     auto rows = db().query("SELECT id FROM t");
     db().begin();
     db().close();

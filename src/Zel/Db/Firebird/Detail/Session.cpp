@@ -112,6 +112,11 @@ void Session::detachStatement(FirebirdStatement* statement) noexcept {
     }
 }
 
+void Session::closeTransactionReaders() noexcept {
+    for (FirebirdStatement* statement : m_statements)
+        statement->closeTransactionReader();
+}
+
 void Session::shutdown() noexcept {
     // Cursors and statements go before the transactions they ran in, the transactions before the
     // attachment: the engine refuses to detach with a transaction still open.

@@ -56,6 +56,9 @@ public:
     // Statements register themselves so that close() can free their handles first.
     void attachStatement(FirebirdStatement* statement) noexcept;
     void detachStatement(FirebirdStatement* statement) noexcept;
+    // Closes the recordsets reading in `transaction` before it ends: the engine closes their
+    // cursors with it, and a fetch afterwards would not even fail. Their reads throw from then on.
+    void closeTransactionReaders() noexcept;
     // Frees every statement's handles, rolls back and detaches. Never throws.
     void shutdown() noexcept;
 
