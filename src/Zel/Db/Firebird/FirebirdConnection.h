@@ -26,7 +26,9 @@ class Session;
 //
 // Transactions are read committed. Without begin() each execute() runs in a transaction committed
 // before it returns, and each query() in one that its recordset commits when it reaches its end or
-// is destroyed. Generators (GEN_ID) are not rolled back with a transaction.
+// is destroyed. commit() and rollback() close the recordsets still reading in the transaction they
+// end (the engine closes their cursors): their next read throws. Generators (GEN_ID) are not rolled
+// back with a transaction.
 //
 // Values follow Connection's rules; besides: CHAR columns keep their padding to the column's
 // length, CHAR/VARCHAR in CHARACTER SET OCTETS read as binary, text blobs are returned in the bytes
