@@ -5,32 +5,78 @@
 #include <Zel/Db/Firebird/FirebirdRecordset.h>
 #include <Zel/Db/Firebird/FirebirdStatement.h>
 #include <Zel/InvalidOperationException.h>
+#include <algorithm>
 #include <cctype>
+#include <string_view>
 
 namespace Zel::Db::Firebird {
 namespace {
 
 namespace Fb = ::Firebird;
 
-// The first word of the text, upper-cased, past blanks and comments.
-std::string firstWord(const std::string& sql) {
-    std::size_t i = 0;
-    while (i < sql.size()) {
-        if (sql[i] == ' ' || sql[i] == '\t' || sql[i] == '\r' || sql[i] == '\n' || sql[i] == '(') {
-            ++i;
-        } else if (sql.compare(i, 2, "--") == 0) {
-            i = sql.find('\n', i);
-        } else if (sql.compare(i, 2, "/*") == 0) {
-            i = sql.find("*/", i);
-            if (i != std::string::npos) i += 2;
-        } else {
-            break;
+// The words of an SQL text past blanks and comments: enough to tell what kind of statement it is.
+class Words {
+public:
+    explicit Words(std::string_view sql) : m_sql(sql) {}
+
+    // The next word upper-cased, a quoted name as it stands, or one other character; empty at the end.
+    std::string next() {
+        skipBlanks();
+        if (m_at >= m_sql.size()) return {};
+        const std::size_t start = m_at;
+        if (m_sql[m_at] == '"') {
+            m_at = std::min(m_sql.find('"', m_at + 1), m_sql.size() - 1) + 1;
+            return std::string(m_sql.substr(start, m_at - start));
+        }
+        std::string word;
+        while (m_at < m_sql.size() && isWordCharacter(m_sql[m_at]))
+            word.push_back(static_cast<char>(std::toupper(static_cast<unsigned char>(m_sql[m_at++]))));
+        if (word.empty()) word.push_back(m_sql[m_at++]);
+        return word;
+    }
+    // Past the ')' that closes a '(' just read.
+    void skipParenthesised() {
+        for (int depth = 1; depth > 0 && m_at < m_sql.size();) {
+            const char c = m_sql[m_at++];
+            if (c == '(') ++depth;
+            if (c == ')') --depth;
+            if (c == '\'' || c == '"') m_at = std::min(m_sql.find(c, m_at), m_sql.size() - 1) + 1;
         }
     }
-    std::string word;
-    for (; i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])); ++i)
-        word.push_back(static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i]))));
-    return word;
+
+private:
+    static bool isWordCharacter(char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
+    }
+    void skipBlanks() {
+        while (m_at < m_sql.size()) {
+            if (std::isspace(static_cast<unsigned char>(m_sql[m_at]))) {
+                ++m_at;
+            } else if (m_sql.compare(m_at, 2, "--") == 0) {
+                m_at = std::min(m_sql.find('\n', m_at), m_sql.size());
+            } else if (m_sql.compare(m_at, 2, "/*") == 0) {
+                m_at = std::min(m_sql.find("*/", m_at), m_sql.size() - 2) + 2;
+            } else {
+                break;
+            }
+        }
+    }
+
+    std::string_view m_sql;
+    std::size_t m_at = 0;
+};
+
+// INSERT INTO t [(columns)] VALUES (...) and INSERT INTO t DEFAULT VALUES insert one row when they
+// succeed; INSERT ... SELECT any number.
+bool insertsOneRow(const std::string& sql) {
+    Words words(sql);
+    if (words.next() != "INSERT" || words.next() != "INTO" || words.next().empty()) return false;
+    std::string word = words.next();
+    if (word == "(") {
+        words.skipParenthesised();
+        word = words.next();
+    }
+    return word == "VALUES" || word == "DEFAULT";
 }
 
 // Runs `work` in the connection's transaction, or in one of its own that is committed when work
@@ -76,8 +122,9 @@ FirebirdStatement::FirebirdStatement(std::shared_ptr<Detail::Session> shared, st
         m_output.resize((m_row->messageLength() + 7) / 8 + 1);
         m_hasCursor = (flags & Fb::IStatement::FLAG_HAS_CURSOR) != 0;
         m_isDdl = type == isc_info_sql_stmt_ddl;
+        m_insertsOneRow = type == isc_info_sql_stmt_insert && insertsOneRow(m_sql);
         if (!m_hasCursor && m_row->size() > 0) {
-            const std::string word = firstWord(m_sql);
+            const std::string word = Words(m_sql).next();
             m_mayReturnNothing = word == "UPDATE" || word == "DELETE" || word == "MERGE";
         }
     } catch (...) {
@@ -110,7 +157,8 @@ void FirebirdStatement::releaseHandles() noexcept {
     }
 }
 
-std::int64_t FirebirdStatement::run(const std::vector<Variant>& params, Fb::ITransaction* transaction) {
+std::int64_t FirebirdStatement::run(const std::vector<Variant>& params, Fb::ITransaction* transaction,
+                                    bool count) {
     Detail::Session& session = *m_session;
     Fb::CheckStatusWrapper* status = session.status();
     m_binder->bind(params, transaction, m_sql);
@@ -120,6 +168,9 @@ std::int64_t FirebirdStatement::run(const std::vector<Variant>& params, Fb::ITra
     m_statement->execute(status, transaction, m_binder->metadata(), m_binder->buffer(),
                          returns ? m_outputMetadata : nullptr, returns ? output() : nullptr);
     session.check("Db: statement failed", m_sql);
+    // Asking costs a round into the engine, about as much as a small insert itself.
+    if (!count) return -1;
+    if (m_insertsOneRow) return 1;
     const auto affected = static_cast<std::int64_t>(m_statement->getAffectedRecords(status));
     session.check("Db: statement failed", m_sql);
     return affected;
@@ -130,7 +181,7 @@ std::int64_t FirebirdStatement::execute(const std::vector<Variant>& params) {
     if (m_statement == nullptr) throw DbException("Db: connection is closed", {}, {}, 0, m_sql);
     m_binder->requireCount(params.size(), m_sql);
     return inTransaction(session, m_sql, [&](Fb::ITransaction* transaction) -> std::int64_t {
-        if (!m_hasCursor) return run(params, transaction);
+        if (!m_hasCursor) return run(params, transaction, true);
         m_binder->bind(params, transaction, m_sql);
         Fb::IResultSet* cursor = m_statement->openCursor(session.status(), transaction, m_binder->metadata(),
                                                          m_binder->buffer(), m_outputMetadata, 0);
@@ -154,7 +205,7 @@ std::unique_ptr<Recordset> FirebirdStatement::query(const std::vector<Variant>& 
 
     if (!m_hasCursor) {
         std::vector<Variant> row = inTransaction(session, m_sql, [&](Fb::ITransaction* transaction) {
-            const std::int64_t affected = run(params, transaction);
+            const std::int64_t affected = run(params, transaction, m_mayReturnNothing);
             std::vector<Variant> values;
             if (m_row->size() == 0 || (m_mayReturnNothing && affected == 0)) return values;
             // Read now, blobs included: an own transaction ends before this returns.

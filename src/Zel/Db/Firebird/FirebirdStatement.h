@@ -46,8 +46,9 @@ private:
     friend class FirebirdRecordset;
     friend class Detail::Session;
 
-    // Binds and runs a statement without a cursor, its output (if any) into m_output.
-    std::int64_t run(const std::vector<Variant>& params, ::Firebird::ITransaction* transaction);
+    // Binds and runs a statement without a cursor, its output (if any) into m_output. Returns the
+    // rows affected when `count` is set, else -1.
+    std::int64_t run(const std::vector<Variant>& params, ::Firebird::ITransaction* transaction, bool count);
     // Frees the engine's handles while the connection closes; later calls throw.
     void releaseHandles() noexcept;
     unsigned char* output() noexcept { return reinterpret_cast<unsigned char*>(m_output.data()); }
@@ -61,6 +62,8 @@ private:
     std::vector<std::uint64_t> m_output; // 8-byte aligned for the engine's int64 and double fields
     bool m_hasCursor = false;
     bool m_isDdl = false;
+    // INSERT ... VALUES: one row affected whenever it succeeds, without asking the engine.
+    bool m_insertsOneRow = false;
     // UPDATE or DELETE ... RETURNING: may touch no row.
     bool m_mayReturnNothing = false;
     // The recordset reading this statement's cursor, if any.

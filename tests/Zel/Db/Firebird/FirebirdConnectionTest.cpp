@@ -6,6 +6,7 @@
 #include <Zel/LongBinary.h>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
@@ -218,6 +219,8 @@ TEST_F(FirebirdConnectionTest, ValuesTheEngineRefusesFailWithItsErrorAndWriteNot
         {{1, "abcdef"}, "string right truncation"},
         {{"x42", "a"}, "conversion error from string \"x42\""},
         {{1, "äöüäöü"}, "string right truncation"},
+        {{1, "abcdefghijklmnopqrstuvwxyz"}, "string right truncation"}, // longer than the 20 bytes declared
+        {{std::int64_t{1} << 40, "a"}, "numeric value is out of range"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.driverText);
@@ -253,8 +256,10 @@ TEST_F(FirebirdConnectionTest, ReturningAndGeneratorsWorkThroughQueryAndExecute)
     EXPECT_TRUE(db().query("DELETE FROM tblOrmObjects WHERE id=99 RETURNING id")->eof());
 
     db().execute("SET GENERATOR genOrmObjectId TO 5");
-    EXPECT_EQ(
-        static_cast<std::int64_t>(db().scalar("SELECT GEN_ID(genOrmObjectId,1) AS id FROM RDB$DATABASE")), 6);
+    auto next = db().query("SELECT GEN_ID(genOrmObjectId,1) AS id FROM RDB$DATABASE");
+    EXPECT_EQ(next->columnName(0), "ID");
+    EXPECT_EQ(static_cast<std::int64_t>(next->value(0)), 6);
+    next.reset();
     db().execute("UPDATE OR INSERT INTO tblOrmObjects (id) VALUES (5) MATCHING (id)");
     db().execute("UPDATE OR INSERT INTO tblOrmObjects (id) VALUES (5) MATCHING (id)");
     EXPECT_EQ(count("tblOrmObjects"), 5);
@@ -264,6 +269,27 @@ TEST_F(FirebirdConnectionTest, ReturningAndGeneratorsWorkThroughQueryAndExecute)
     db().scalar("SELECT GEN_ID(genOrmObjectId,1) FROM RDB$DATABASE");
     db().rollback();
     EXPECT_EQ(static_cast<std::int64_t>(db().scalar("SELECT GEN_ID(genOrmObjectId,0) FROM RDB$DATABASE")), 7);
+}
+
+TEST_F(FirebirdConnectionTest, ExecuteReportsTheRowsAffected) {
+    db().execute("CREATE TABLE t (id INTEGER)");
+    const struct {
+        const char* sql;
+        std::int64_t affected;
+    } cases[] = {
+        {"INSERT INTO t VALUES (1)", 1},
+        {"/* one */ INSERT INTO \"T\" (id) VALUES (2)", 1},
+        {"INSERT INTO t SELECT id + 10 FROM t", 2},
+        {"INSERT INTO t (id) SELECT id FROM t WHERE id > 100", 0},
+        {"UPDATE t SET id = id + 1 WHERE id > 5", 2},
+        {"DELETE FROM t WHERE id = 99", 0},
+        {"DELETE FROM t", 4},
+        {"SELECT id FROM t", -1},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.sql);
+        EXPECT_EQ(db().execute(row.sql), row.affected);
+    }
 }
 
 TEST_F(FirebirdConnectionTest, StatementsAreCachedAndNestedQueriesOfOneTextWork) {
@@ -299,10 +325,38 @@ TEST_F(FirebirdConnectionTest, ErrorsCarryTheEngineParts) {
     EXPECT_EQ(error.sql(), "SELEC id FROM t");
     EXPECT_NE(error.driverMessage().find("Token unknown"), std::string::npos) << error.driverMessage();
     EXPECT_EQ(error.driverMessage().find('\n'), std::string::npos);
+}
 
-    error = dbError([] { Connection::create("/nonexistent-dir/missing.fdb"); });
-    EXPECT_NE(std::string(error.what()).find("/nonexistent-dir/missing.fdb"), std::string::npos)
-        << error.what();
+TEST_F(FirebirdConnectionTest, ConnectionStringsCreateWithOptionsOrFailNamingTheDatabase) {
+    const std::string directory = m_database->connectionString() + ".dir";
+    std::filesystem::create_directory(directory);
+    auto created =
+        Connection::create("Database=" + directory + "/new.fdb;Create=1;ForcedWrites=0;PageSize=16384");
+    auto settings = created->query("SELECT MON$PAGE_SIZE, MON$FORCED_WRITES, RDB$CHARACTER_SET_NAME "
+                                   "FROM MON$DATABASE CROSS JOIN RDB$DATABASE");
+    EXPECT_EQ(static_cast<int>(settings->value(0)), 16384);
+    EXPECT_EQ(static_cast<int>(settings->value(1)), 0);
+    EXPECT_EQ(static_cast<std::string>(settings->value(2)).substr(0, 4), "UTF8");
+    settings.reset();
+    created.reset();
+    // Create=1 on an existing file opens it.
+    Connection::create("Database=" + directory + "/new.fdb;Create=1")->close();
+
+    const struct {
+        std::string connectionString;
+        std::string inMessage;
+    } failures[] = {
+        {directory + "/missing.fdb", directory + "/missing.fdb"},
+        {"Database=" + directory + "/missing.fdb;User=SYSDBA", directory + "/missing.fdb"},
+        {"localhost/1:" + directory + "/remote.fdb", "localhost"}, // no server listens on port 1
+        {"Database=" + directory + "/new.fdb;LockTimeout=soon", "LockTimeout"},
+    };
+    for (const auto& row : failures) {
+        SCOPED_TRACE(row.connectionString);
+        const DbException error = dbError([&] { Connection::create(row.connectionString); });
+        EXPECT_NE(std::string(error.what()).find(row.inMessage), std::string::npos) << error.what();
+    }
+    std::filesystem::remove_all(directory);
 }
 
 // --- transactions ----------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include <Zel/Db/Firebird/Detail/ParameterBinder.h>
 #include <algorithm>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 
 namespace Zel::Db::Firebird::Detail {
@@ -8,7 +9,8 @@ namespace {
 
 // What a parameter becomes in the message; the low four bits of its signature.
 enum Kind : std::uint16_t {
-    KindNull,
+    KindDeclared, // a null, or a value the declared type holds as it is
+
     KindBoolean,
     KindShort,
     KindInteger,
@@ -46,10 +48,31 @@ std::string_view textOf(const Variant& value, const std::string& json) {
     return value.isString() ? std::string_view(value._string()) : std::string_view(json);
 }
 
+// The bytes a string, binary, map or vector (its JSON text in `json`) is sent as.
+std::string_view bytesOf(const Variant& value, const std::string& json) {
+    if (value.type() != Variant::Type::Binary) return textOf(value, json);
+    return std::string_view(reinterpret_cast<const char*>(value.binary().data()),
+                            static_cast<std::size_t>(value.binary().size()));
+}
+
+template <class T>
+void store(unsigned char* target, const T& value) noexcept {
+    std::memcpy(target, &value, sizeof value);
+}
+
 } // namespace
 
 ParameterBinder::ParameterBinder(Session& session, Fb::IMessageMetadata* prepared)
     : m_session(session), m_prepared(prepared), m_count(prepared->getCount(session.status())) {
+    session.check("Db: cannot describe the parameters");
+    Fb::CheckStatusWrapper* status = session.status();
+    m_declared.resize(m_count);
+    for (unsigned i = 0; i < m_count; ++i) {
+        m_declared[i].type = prepared->getType(status, i) & ~1u;
+        m_declared[i].length = prepared->getLength(status, i);
+        m_declared[i].scale = prepared->getScale(status, i);
+        m_declared[i].charSet = prepared->getCharSet(status, i);
+    }
     session.check("Db: cannot describe the parameters");
     m_prepared->addRef();
     m_signature.resize(m_count);
@@ -81,10 +104,43 @@ void ParameterBinder::bind(const std::vector<Variant>& values, Fb::ITransaction*
         write(chosen, i, values[i], transaction, sql);
 }
 
+bool ParameterBinder::fitsDeclared(const Variant& value, const Declared& declared) const {
+    switch (declared.type) {
+    case SQL_VARYING:
+        if (value.isString())
+            return declared.charSet != charSetOctets && value._string().size() <= declared.length &&
+                   (declared.charSet == charSetUtf8 || declared.charSet == 0);
+        return value.type() == Variant::Type::Binary && declared.charSet == charSetOctets &&
+               static_cast<unsigned>(value.binary().size()) <= declared.length;
+    case SQL_SHORT:
+    case SQL_LONG:
+    case SQL_INT64: {
+        if (declared.scale != 0 || !value.isInteger()) return false;
+        const auto number = static_cast<std::int64_t>(value);
+        if (declared.type == SQL_SHORT) return number >= INT16_MIN && number <= INT16_MAX;
+        if (declared.type == SQL_LONG) return number >= INT32_MIN && number <= INT32_MAX;
+        return true;
+    }
+    case SQL_DOUBLE:
+        return value.type() == Variant::Type::Double || value.type() == Variant::Type::Float;
+    case SQL_FLOAT:
+        return value.type() == Variant::Type::Float;
+    case SQL_BOOLEAN:
+        return value.type() == Variant::Type::Bool;
+    case SQL_TYPE_DATE:
+        return value.type() == Variant::Type::Date;
+    case SQL_TYPE_TIME:
+        return value.type() == Variant::Type::Time;
+    case SQL_TIMESTAMP:
+        return value.type() == Variant::Type::Timestamp;
+    default:
+        return false;
+    }
+}
+
 std::uint16_t ParameterBinder::signatureOf(const Variant& value, std::size_t index, const std::string& sql) {
+    if (value.isNull() || fitsDeclared(value, m_declared[index])) return KindDeclared;
     switch (value.type()) {
-    case Variant::Type::Null:
-        return KindNull;
     case Variant::Type::Bool:
         return KindBoolean;
     case Variant::Type::Byte:
@@ -138,7 +194,7 @@ ParameterBinder::Format& ParameterBinder::format(const std::string& sql) {
         unsigned type = 0, length = 0, charSet = 0;
         int subType = 0;
         switch (static_cast<Kind>(signature & 0xF)) {
-        case KindNull:
+        case KindDeclared:
             continue;
         case KindBoolean:
             type = SQL_BOOLEAN, length = 1;
@@ -218,83 +274,100 @@ ParameterBinder::Format& ParameterBinder::format(const std::string& sql) {
 void ParameterBinder::write(const Format& format, std::size_t index, const Variant& value,
                             Fb::ITransaction* transaction, const std::string& sql) {
     unsigned char* message = reinterpret_cast<unsigned char*>(m_buffer.data());
-    unsigned char* target = message + format.offsets[index];
     const std::int16_t nullFlag = value.isNull() ? -1 : 0;
     std::memcpy(message + format.nullOffsets[index], &nullFlag, sizeof nullFlag);
+    if (value.isNull()) return;
+    unsigned char* target = message + format.offsets[index];
     Fb::IUtil* util = m_session.util();
-    const std::uint16_t signature = format.signature[index];
-    switch (static_cast<Kind>(signature & 0xF)) {
-    case KindNull:
+    unsigned type = 0;
+    switch (static_cast<Kind>(format.signature[index] & 0xF)) {
+    case KindDeclared:
+        type = m_declared[index].type;
         break;
     case KindBoolean:
+        type = SQL_BOOLEAN;
+        break;
+    case KindShort:
+        type = SQL_SHORT;
+        break;
+    case KindInteger:
+        type = SQL_LONG;
+        break;
+    case KindBigint:
+        type = SQL_INT64;
+        break;
+    case KindFloat:
+        type = SQL_FLOAT;
+        break;
+    case KindDouble:
+        type = SQL_DOUBLE;
+        break;
+    case KindDate:
+        type = SQL_TYPE_DATE;
+        break;
+    case KindTime:
+        type = SQL_TYPE_TIME;
+        break;
+    case KindTimestamp:
+        type = SQL_TIMESTAMP;
+        break;
+    case KindText:
+    case KindOctets:
+        type = SQL_VARYING;
+        break;
+    case KindTextBlob:
+    case KindBinaryBlob:
+        type = SQL_BLOB;
+        break;
+    }
+    switch (type) {
+    case SQL_BOOLEAN:
         *target = static_cast<bool>(value) ? 1 : 0;
         break;
-    case KindShort: {
-        const std::int16_t number = static_cast<short>(value);
-        std::memcpy(target, &number, sizeof number);
+    case SQL_SHORT:
+        store(target, static_cast<std::int16_t>(static_cast<std::int64_t>(value)));
         break;
-    }
-    case KindInteger: {
-        const std::int32_t number = static_cast<int>(value);
-        std::memcpy(target, &number, sizeof number);
+    case SQL_LONG:
+        store(target, static_cast<std::int32_t>(static_cast<std::int64_t>(value)));
         break;
-    }
-    case KindBigint: {
-        const std::int64_t number = static_cast<std::int64_t>(value);
-        std::memcpy(target, &number, sizeof number);
+    case SQL_INT64:
+        store(target, static_cast<std::int64_t>(value));
         break;
-    }
-    case KindFloat: {
-        const float number = static_cast<float>(value);
-        std::memcpy(target, &number, sizeof number);
+    case SQL_FLOAT:
+        store(target, static_cast<float>(value));
         break;
-    }
-    case KindDouble: {
-        const double number = static_cast<double>(value);
-        std::memcpy(target, &number, sizeof number);
+    case SQL_DOUBLE:
+        store(target, static_cast<double>(value));
         break;
-    }
-    case KindDate: {
+    case SQL_TYPE_DATE: {
         const Zel::Date& date = value.date();
-        const ISC_DATE encoded = util->encodeDate(date.year(), date.month(), date.day());
-        std::memcpy(target, &encoded, sizeof encoded);
+        store(target, util->encodeDate(date.year(), date.month(), date.day()));
         break;
     }
-    case KindTime: {
+    case SQL_TYPE_TIME: {
         const Zel::Time& time = value.time();
-        const ISC_TIME encoded = util->encodeTime(time.hour(), time.minute(), time.second(), 0);
-        std::memcpy(target, &encoded, sizeof encoded);
+        store(target, util->encodeTime(time.hour(), time.minute(), time.second(), 0));
         break;
     }
-    case KindTimestamp: {
+    case SQL_TIMESTAMP: {
         const Zel::DateTime& stamp = value.dateTime();
         ISC_TIMESTAMP encoded;
         encoded.timestamp_date = util->encodeDate(stamp.year(), stamp.month(), stamp.day());
         encoded.timestamp_time = util->encodeTime(stamp.hour(), stamp.minute(), stamp.second(), 0);
-        std::memcpy(target, &encoded, sizeof encoded);
+        store(target, encoded);
         break;
     }
-    case KindText:
-    case KindOctets: {
-        const std::string_view bytes =
-            value.type() == Variant::Type::Binary
-                ? std::string_view(reinterpret_cast<const char*>(value.binary().data()),
-                                   static_cast<std::size_t>(value.binary().size()))
-                : textOf(value, m_texts[index]);
-        const std::uint16_t size = static_cast<std::uint16_t>(bytes.size());
-        std::memcpy(target, &size, sizeof size);
-        std::memcpy(target + sizeof size, bytes.data(), bytes.size());
+    case SQL_VARYING: {
+        const std::string_view bytes = bytesOf(value, m_texts[index]);
+        store(target, static_cast<std::uint16_t>(bytes.size()));
+        std::memcpy(target + sizeof(std::uint16_t), bytes.data(), bytes.size());
         break;
     }
-    case KindTextBlob: {
-        const std::string_view text = textOf(value, m_texts[index]);
-        writeBlob(target, text.data(), text.size(), transaction, sql);
+    case SQL_BLOB: {
+        const std::string_view bytes = bytesOf(value, m_texts[index]);
+        writeBlob(target, bytes.data(), bytes.size(), transaction, sql);
         break;
     }
-    case KindBinaryBlob:
-        writeBlob(target, value.binary().data(), static_cast<std::size_t>(value.binary().size()), transaction,
-                  sql);
-        break;
     }
 }
 

@@ -8,11 +8,14 @@
 
 namespace Zel::Db::Firebird::Detail {
 
-// Writes a statement's parameters into an input message typed after the Variants, not after the
-// statement: the engine then converts each value to its column's type and reports what does not
-// fit ("conversion error", "string right truncation") as it would for a literal. A null keeps the
-// type the statement described. Strings and binaries of up to 32,765 bytes travel inline as
-// VARCHAR (UTF8 or OCTETS), longer ones as blobs created in the statement's transaction.
+// Writes a statement's parameters into an input message. A value that the parameter's declared
+// type holds as it is (an integer in range for an integer column, a string that fits a VARCHAR,
+// a double for a DOUBLE PRECISION, ...) travels in that type, which the engine takes without a
+// conversion. Any other value travels typed after its Variant, not after the statement: the engine
+// then converts it to the column's type and reports what does not fit ("conversion error", "string
+// right truncation") as it would for a literal. A null keeps the declared type. Strings and
+// binaries of up to 32,765 bytes travel inline as VARCHAR (UTF8 or OCTETS), longer ones as blobs
+// created in the statement's transaction.
 //
 // Each distinct list of parameter types (a string's length counts by powers of two) gets its own
 // message format, built once and kept, so repeated executions allocate nothing.
@@ -37,6 +40,13 @@ public:
     unsigned char* buffer() noexcept { return reinterpret_cast<unsigned char*>(m_buffer.data()); }
 
 private:
+    // A parameter as the prepared statement describes it.
+    struct Declared {
+        unsigned type = 0;
+        unsigned length = 0;
+        int scale = 0;
+        unsigned charSet = 0;
+    };
     struct Format {
         std::vector<std::uint16_t> signature;
         Fb::IMessageMetadata* metadata = nullptr;
@@ -46,6 +56,7 @@ private:
     };
 
     std::uint16_t signatureOf(const Variant& value, std::size_t index, const std::string& sql);
+    bool fitsDeclared(const Variant& value, const Declared& declared) const;
     Format& format(const std::string& sql);
     void write(const Format& format, std::size_t index, const Variant& value, Fb::ITransaction* transaction,
                const std::string& sql);
@@ -55,6 +66,7 @@ private:
     Session& m_session;
     Fb::IMessageMetadata* m_prepared;
     unsigned m_count;
+    std::vector<Declared> m_declared;
     // Most recently used first; a few at most.
     std::vector<Format> m_formats;
     std::vector<std::uint16_t> m_signature;
