@@ -135,7 +135,7 @@ void handSave(benchmark::State& state) {
 void zelLoad(benchmark::State& state) {
     Fixture& f = fixture();
     if (f.ids.size() < objectCount) {
-        state.SkipWithError("Save/Zel must run first");
+        state.SkipWithError("Orm/Save/Zel must run first");
         return;
     }
     for (auto _ : state) {
@@ -153,7 +153,7 @@ void zelLoad(benchmark::State& state) {
 void handLoad(benchmark::State& state) {
     Fixture& f = fixture();
     if (f.ids.size() < objectCount) {
-        state.SkipWithError("Save/Zel must run first");
+        state.SkipWithError("Orm/Save/Zel must run first");
         return;
     }
     Zel::Db::Connection& db = *f.connection;
