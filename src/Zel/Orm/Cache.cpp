@@ -20,9 +20,10 @@ std::shared_ptr<const Cache::Row> Cache::find(std::int32_t id) {
     return found->second->second;
 }
 
-void Cache::put(std::int32_t id, std::shared_ptr<const Row> row) {
+void Cache::put(std::int32_t id, std::shared_ptr<const Row> row, std::uint64_t ticket) {
     if (m_capacity == 0) return;
     std::lock_guard lock(m_mutex);
+    if (ticket != m_drops.load(std::memory_order_relaxed)) return;
     if (const auto found = m_index.find(id); found != m_index.end()) {
         found->second->second = std::move(row);
         m_entries.splice(m_entries.begin(), m_entries, found->second);
@@ -40,6 +41,7 @@ void Cache::put(std::int32_t id, std::shared_ptr<const Row> row) {
 void Cache::erase(std::int32_t id) {
     if (m_capacity == 0) return;
     std::lock_guard lock(m_mutex);
+    m_drops.fetch_add(1, std::memory_order_release);
     if (const auto found = m_index.find(id); found != m_index.end()) {
         m_entries.erase(found->second);
         m_index.erase(found);
@@ -48,6 +50,7 @@ void Cache::erase(std::int32_t id) {
 
 void Cache::clear() {
     std::lock_guard lock(m_mutex);
+    m_drops.fetch_add(1, std::memory_order_release);
     m_entries.clear();
     m_index.clear();
 }

@@ -2,6 +2,7 @@
 
 #include <Zel/Export.h>
 #include <Zel/Variant.h>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -20,6 +21,10 @@ namespace Zel::Orm {
 // builds its own object from a snapshot, so no two sessions ever share a mutable object. Once full,
 // the least recently used snapshot goes. Writers drop an id's snapshot when they write the row and
 // again when they commit, because another session may have read the old row back in between.
+//
+// A reader that missed takes a ticket() before it reads the row and hands it to put(): when any
+// snapshot was dropped in between, the put is refused, since the row it read may be the one a
+// writer was just replacing (read before that writer's commit, put after it).
 //
 // Thread safety: every operation may be called from any thread; one mutex guards the whole cache.
 // Snapshots are immutable and handed out by shared pointer, so a reader never sees one change.
@@ -51,8 +56,10 @@ public:
 
     // Null on a miss; a hit makes the entry the most recently used.
     std::shared_ptr<const Row> find(std::int32_t id);
-    // Replaces what the id had.
-    void put(std::int32_t id, std::shared_ptr<const Row> row);
+    // Taken before reading a row from the database, for put().
+    std::uint64_t ticket() const noexcept { return m_drops.load(std::memory_order_acquire); }
+    // Replaces what the id had; does nothing when a snapshot was dropped since `ticket` was taken.
+    void put(std::int32_t id, std::shared_ptr<const Row> row, std::uint64_t ticket);
     void erase(std::int32_t id);
     void clear();
     Metrics metrics() const;
@@ -67,6 +74,7 @@ private:
     std::uint64_t m_hits = 0;
     std::uint64_t m_misses = 0;
     std::uint64_t m_evictions = 0;
+    std::atomic<std::uint64_t> m_drops{0};
 };
 
 } // namespace Zel::Orm

@@ -266,6 +266,7 @@ std::shared_ptr<Object> Session::object(std::int32_t id, const std::string& clas
         return object;
     }
 
+    const std::uint64_t ticket = m_cache->ticket();
     std::string dbClass;
     {
         const auto rows = m_model->_classLookupCommand(id).query(*m_connection);
@@ -295,7 +296,7 @@ std::shared_ptr<Object> Session::object(std::int32_t id, const std::string& clas
                 properties[i]->set(*object, value);
                 row->values.push_back(std::move(value));
             }
-            m_cache->put(id, std::move(row));
+            m_cache->put(id, std::move(row), ticket);
         } else {
             object->load(*rows);
         }

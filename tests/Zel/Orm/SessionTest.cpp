@@ -136,6 +136,10 @@ TEST_F(OrmTest, EveryFieldTypeRoundTrips) {
             EXPECT_FALSE(note->updated());
         }
     }
+    auto copy = session->create<Note>();
+    copy->load(factory->create()->get<Note>(id)->toVariant());
+    EXPECT_EQ(copy->text.get(), std::string(5000, 'x') + "é");
+    EXPECT_EQ(copy->data.get(), LongBinary(bytes, sizeof bytes));
 }
 
 TEST_F(OrmTest, LoadingLooksInTheIdentityMapThenTheCacheThenTheDatabase) {
@@ -284,6 +288,16 @@ TEST_F(OrmTest, MessagesOfMisuse) {
     }
 }
 
+class SelfDeclared : public Object {
+public:
+    Field<int> value;
+    void registerWithModel(Model::Model* model) override {
+        model->addClass<SelfDeclared>("SelfDeclared")
+            .table("tblSelf")
+            .property("value", &SelfDeclared::value);
+    }
+};
+
 TEST_F(OrmTest, ModelDeclarationErrors) {
     struct Case {
         const char* what;
@@ -338,6 +352,10 @@ TEST_F(OrmTest, ModelDeclarationErrors) {
     EXPECT_EQ(employee.tableJoin(), "tblPerson t0 JOIN tblEmployee t1 ON t1.id=t0.id");
     EXPECT_TRUE(factory->model().getClassOrThrow("Invoice").ormTriggers()) << "inherited from Document";
     EXPECT_THROW(factory->model().addClass<Note>("Late"), InvalidOperationException);
+    Model::Model selfDeclared;
+    selfDeclared.registerClass<SelfDeclared>();
+    selfDeclared.setConfigured();
+    EXPECT_EQ(selfDeclared.getByType(typeid(SelfDeclared))->table(), "tblSelf");
 }
 
 TEST_F(OrmTest, EraseLocksAndSequences) {

@@ -5,6 +5,7 @@
 #include <Zel/Orm/ObjectsChangedEvent.h>
 #include <gmock/gmock.h>
 #include <stdexcept>
+#include <thread>
 
 namespace Zel::Orm::Testing {
 namespace {
@@ -161,6 +162,45 @@ TEST_F(OrmTest, CacheCountsEvictsAndNeverServesAStaleRow) {
     EXPECT_EQ(reader->get<Employee>(ids[2])->name.get(), "C");
     tx.commit();
     EXPECT_EQ(small->create()->get<Employee>(ids[2])->name.get(), "C2");
+
+    // A row read before a drop may be the old one: its put is refused.
+    Cache& cache = *small->cache();
+    const auto ticket = cache.ticket();
+    cache.erase(ids[0]);
+    cache.put(ids[0], std::make_shared<Cache::Row>(), ticket);
+    EXPECT_EQ(cache.find(ids[0]), nullptr);
+}
+
+TEST_F(OrmTest, SessionsOnSeveralThreadsShareTheModelAndTheCache) {
+    constexpr int threadCount = 4;
+    constexpr int rounds = 25;
+    std::vector<std::int32_t> ids;
+    for (int t = 0; t < threadCount; ++t)
+        ids.push_back(committedEmployee("worker", 0));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t) {
+        threads.emplace_back([&, t] {
+            try {
+                auto own = factory->create();
+                for (int round = 0; round < rounds; ++round) {
+                    for (std::int32_t id : ids)
+                        factory->create()->get<Employee>(id); // through the cache
+                    Tx tx(own.get());
+                    auto mine = own->get<Employee>(ids[t]);
+                    mine->salary = mine->salary + 1;
+                    mine->save();
+                    tx.commit();
+                }
+            } catch (const std::exception& error) {
+                ADD_FAILURE() << error.what();
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    auto check = factory->create();
+    for (std::int32_t id : ids)
+        EXPECT_EQ(check->get<Employee>(id)->salary.get(), rounds) << "never a stale snapshot";
 }
 
 TEST_F(OrmTest, AFailureAtAnyStatementOfASaveLeavesNothingAfterRollback) {
