@@ -69,6 +69,12 @@ Tx* Object::tx() const {
 }
 
 void Object::load(Db::Recordset& rows) {
+    for (const Model::Property* property : m_modelClass->allProperties()) {
+        if (const auto index = rows.findColumn(property->column())) property->set(*this, rows.value(*index));
+    }
+}
+
+void Object::_loadRow(Db::Recordset& rows) {
     const auto& properties = m_modelClass->allProperties();
     const auto& indices = m_modelClass->_columnIndices(rows);
     for (std::size_t i = 0; i < properties.size(); ++i)
@@ -81,7 +87,7 @@ void Object::load(Db::Connection& connection) {
         throw Exception("ORM: Object not found | id=" + std::to_string(m_id) +
                         " | class=" + m_modelClass->name());
     }
-    load(*rows);
+    _loadRow(*rows);
 }
 
 void Object::load(const Variant& values) {

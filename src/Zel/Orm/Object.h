@@ -89,7 +89,8 @@ public:
     // The session's open transaction, or null.
     Tx* tx() const;
 
-    // Fills the fields from the current row of a load ("SELECT * FROM <join> WHERE t0.id=...").
+    // Fills the fields from the current row, matching columns by name without regard to case;
+    // fields whose column the row lacks stay as they are.
     void load(Db::Recordset& rows);
     // Reads the object's row again through `connection`; Exception when the row is gone.
     void load(Db::Connection& connection);
@@ -109,6 +110,10 @@ public:
 
     void setObsolete() noexcept;
     void setCommited() noexcept;
+
+    // Internal: fills every field from a row of the class's own load statement, by the column
+    // positions worked out on the class's first load.
+    void _loadRow(Db::Recordset& rows);
 
 private:
     friend class Session;

@@ -298,7 +298,7 @@ std::shared_ptr<Object> Session::object(std::int32_t id, const std::string& clas
             }
             m_cache->put(id, std::move(row), ticket);
         } else {
-            object->load(*rows);
+            object->_loadRow(*rows);
         }
     }
     object->m_state = Object::stateCommitted;

@@ -151,6 +151,14 @@ TEST_F(OrmTest, LoadingLooksInTheIdentityMapThenTheCacheThenTheDatabase) {
     EXPECT_THAT(take(), ElementsAreArray(fromDb));
     EXPECT_EQ(session->object(id), first);
     EXPECT_THAT(take(), IsEmpty());
+    first->load(*session->db());
+    EXPECT_THAT(take(), ElementsAre(fromDb[1]));
+    auto own = session->create<Employee>(); // from a query of one's own, columns in another order
+    own->load(
+        *session->queryNoFormat("SELECT salary, name FROM tblPerson t0 JOIN tblEmployee t1 ON t1.id=t0.id"));
+    EXPECT_EQ(own->name.get(), "Ada");
+    EXPECT_EQ(own->salary.get(), 10);
+    take();
     EXPECT_EQ(first->modelClass()->name(), "Employee");
     EXPECT_TRUE(first->commited());
 
@@ -416,6 +424,10 @@ TEST_F(OrmTest, EraseLocksAndSequences) {
     auto person = session->create<Person>();
     person->save();
     EXPECT_EQ(person->id(), 1012);
+    person->name = "unsaved";
+    Db::Command select("SELECT name FROM tblPerson WHERE id=?", {person->id()});
+    EXPECT_EQ(static_cast<std::string>(session->query(select)->value(std::size_t{0})), "unsaved")
+        << "query() saves first";
 }
 
 } // namespace

@@ -89,6 +89,9 @@ void Model::setConfigured() {
             throw Exception("ORM Model: two classes share a table | table=" + modelClass->m_table +
                             " | class=" + at->second->m_name + " | other=" + name);
         }
+        if (modelClass->m_dbClassName.empty() || modelClass->m_dbClassName.size() > 64) {
+            throw Exception("ORM Model: DB class name must have 1 to 64 characters | class=" + name);
+        }
         if (const auto [at, added] = m_byDbClassName.emplace(modelClass->m_dbClassName, modelClass.get());
             !added) {
             throw Exception(

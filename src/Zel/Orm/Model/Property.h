@@ -19,7 +19,8 @@ namespace Zel::Orm::Model {
 class ZEL_API Property {
 public:
     struct Options {
-        // The column; empty means the property's name.
+        // The column; empty means the property's name. Names go into SQL as they stand, so a name
+        // the engine reserves (Firebird's AT, USER, ...) needs a column of another name.
         std::string column;
         // The column's type when Schema creates the table; empty means the type's default
         // (VARCHAR(255) for strings, INTEGER for int, ...).
