@@ -114,7 +114,12 @@ FirebirdStatement::FirebirdStatement(std::shared_ptr<Detail::Session> shared, st
         const unsigned flags = m_statement->getFlags(status);
         Fb::IMessageMetadata* input = m_statement->getInputMetadata(status);
         session.check("Db: cannot describe the statement", m_sql);
-        m_binder = std::make_unique<Detail::ParameterBinder>(session, input);
+        try {
+            m_binder = std::make_unique<Detail::ParameterBinder>(session, input);
+        } catch (...) {
+            input->release();
+            throw;
+        }
         input->release();
         m_outputMetadata = m_statement->getOutputMetadata(status);
         session.check("Db: cannot describe the statement", m_sql);

@@ -30,6 +30,11 @@ class FirebirdRecordset;
 // that touched no row gives an empty recordset instead of the row of nulls the engine reports.
 // Without an open transaction each run gets a transaction of its own: execute() commits it before
 // returning, a cursor's recordset when it reaches its end or is destroyed.
+//
+// execute() returns the engine's count of rows affected, except that an INSERT ... VALUES counts
+// one row without asking (it inserts one whenever it succeeds; asking costs about as much as the
+// insert) and a SELECT gives -1. DDL first frees the connection's idle cached statements, which
+// would otherwise keep their tables in use and make a DROP or ALTER fail.
 class ZEL_API FirebirdStatement : public Statement {
 public:
     // Prepares `sql`; DbException with the engine's error when it does not compile.

@@ -148,7 +148,9 @@ TEST_F(FirebirdConnectionTest, ValuesRoundTripByTheMappingRules) {
         // What columns() reports, when not the expected value's type.
         Variant::Type columnType = Variant::Type::Null;
     };
-    const std::string longText(100'000, 'x');
+    std::string longText;
+    while (longText.size() < 100'000)
+        longText += "grüße 😀 ";
     std::string umlauts;
     for (int i = 0; i < 100; ++i)
         umlauts += "ä";
@@ -254,6 +256,10 @@ TEST_F(FirebirdConnectionTest, ReturningAndGeneratorsWorkThroughQueryAndExecute)
     ASSERT_FALSE(updated->eof());
     EXPECT_EQ(static_cast<std::string>(updated->value(0)), "X");
     EXPECT_TRUE(db().query("DELETE FROM tblOrmObjects WHERE id=99 RETURNING id")->eof());
+
+    db().execute("CREATE PROCEDURE twice (a INTEGER) RETURNS (b INTEGER) AS BEGIN b = a * 2; END");
+    EXPECT_EQ(static_cast<int>(db().scalar("EXECUTE PROCEDURE twice(?)", {21})), 42);
+    EXPECT_NO_THROW(db().execute("EXECUTE PROCEDURE twice(?)", {1}));
 
     db().execute("SET GENERATOR genOrmObjectId TO 5");
     auto next = db().query("SELECT GEN_ID(genOrmObjectId,1) AS id FROM RDB$DATABASE");
