@@ -279,6 +279,8 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
     fixture = nullptr;
 }
 
-const bool added = Zel::Bench::Db::addGroup({"Zel::Db on embedded Firebird against the client API by hand (same run)", registerBenchmarks, printRatios});
+const bool added =
+    Zel::Bench::Db::addGroup({"Zel::Db on embedded Firebird against the client API by hand (same run)",
+                              registerBenchmarks, printRatios});
 
 } // namespace
