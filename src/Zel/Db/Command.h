@@ -87,7 +87,8 @@ public:
     // The first column of the first row; null when there is no row.
     Variant scalar(Connection& connection) const;
     // Runs the statement once per row of parameters (the bound parameters are ignored), as one
-    // batch where the driver can; returns the rows affected in total (-1 where unknown).
+    // batch where the driver can; returns the rows affected in total (-1 where unknown). All or
+    // nothing: outside a transaction the batch runs in one of its own.
     std::int64_t executeBatch(Connection& connection, const std::vector<std::vector<Variant>>& rows) const;
 
 private:

@@ -48,7 +48,23 @@ std::unique_ptr<Recordset> Connection::query(const Command& command) {
 
 std::int64_t Connection::executeBatch(const Command& command, const std::vector<std::vector<Variant>>& rows) {
     if (rows.empty()) return 0;
-    return statement(command.preparedSql())->executeBatch(rows);
+    const auto prepared = statement(command.preparedSql());
+    if (inTransaction()) return prepared->executeBatch(rows);
+    // A batch is all or nothing: outside a transaction it gets one of its own, so a bad row does not
+    // leave the rows before it committed (and the rows share one commit instead of one each).
+    begin();
+    try {
+        const std::int64_t affected = prepared->executeBatch(rows);
+        commit();
+        return affected;
+    } catch (...) {
+        try {
+            rollback();
+        } catch (...) {
+            // The batch's own failure is the one worth reporting.
+        }
+        throw;
+    }
 }
 
 std::int64_t Connection::execute(std::string sql, std::vector<Variant> params) {

@@ -80,6 +80,7 @@ public:
     // Rows affected, -1 where the driver cannot tell.
     virtual std::int64_t execute(const Command& command);
     virtual std::unique_ptr<Recordset> query(const Command& command);
+    // All or nothing: outside a transaction the batch runs in one of its own.
     virtual std::int64_t executeBatch(const Command& command, const std::vector<std::vector<Variant>>& rows);
 
     std::int64_t execute(std::string sql, std::vector<Variant> params = {});

@@ -89,7 +89,8 @@ ParameterBinder::~ParameterBinder() {
 void ParameterBinder::requireCount(std::size_t given, const std::string& sql) const {
     if (given != m_count)
         throw DbException("Db: wrong number of parameters | expected=" + std::to_string(m_count) +
-                          " | given=" + std::to_string(given) + " | sql=" + sql);
+                              " | given=" + std::to_string(given),
+                          {}, {}, 0, sql);
 }
 
 void ParameterBinder::bind(const std::vector<Variant>& values, Fb::ITransaction* transaction,
