@@ -21,4 +21,8 @@ ZEL_API unsigned long long stoull(std::string_view text, std::size_t* consumed =
 // ASCII upper case: bytes a..z become A..Z, every other byte stays.
 ZEL_API std::string toUpper(std::string_view text);
 
+// Whether the texts are equal once ASCII letters are folded to one case; other bytes compare as
+// they are.
+ZEL_API bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept;
+
 } // namespace Zel::StringUtils

@@ -1,21 +1,8 @@
 #include <Zel/Db/DbException.h>
 #include <Zel/Db/Recordset.h>
+#include <Zel/StringUtils.h>
 
 namespace Zel::Db {
-namespace {
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
-        if (x != y) return false;
-    }
-    return true;
-}
-
-} // namespace
 
 Recordset::~Recordset() = default;
 
@@ -38,7 +25,7 @@ Variant::Type Recordset::columnType(std::size_t index) const {
 std::optional<std::size_t> Recordset::findColumn(std::string_view name) const {
     const auto& all = columns();
     for (std::size_t i = 0; i < all.size(); ++i)
-        if (equalsIgnoringCase(all[i].name, name)) return i;
+        if (StringUtils::equalsIgnoringCase(all[i].name, name)) return i;
     return std::nullopt;
 }
 

@@ -1,7 +1,6 @@
-#include <Zel/Log/Level.h>
-
 #include <Zel/GenericException.h>
-
+#include <Zel/Log/Level.h>
+#include <Zel/StringUtils.h>
 #include <array>
 #include <stdexcept>
 #include <string>
@@ -35,18 +34,6 @@ std::size_t checkedIndex(Level level) {
     return static_cast<std::size_t>(number);
 }
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i];
-        char y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return true;
-}
-
 } // namespace
 
 bool levelGreater(Level a, Level b) {
@@ -63,7 +50,7 @@ std::string_view levelName(Level level) {
 
 Level parseLevel(std::string_view name) {
     for (std::size_t i = 0; i < levelCount; ++i) {
-        if (equalsIgnoringCase(name, names[i])) return static_cast<Level>(i);
+        if (StringUtils::equalsIgnoringCase(name, names[i])) return static_cast<Level>(i);
     }
     throw GenericException("Unknown log level: " + std::string(name));
 }

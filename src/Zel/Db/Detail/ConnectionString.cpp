@@ -1,19 +1,9 @@
 #include <Zel/Db/DbException.h>
 #include <Zel/Db/Detail/ConnectionString.h>
+#include <Zel/StringUtils.h>
 
 namespace Zel::Db::Detail {
 namespace {
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 32);
-        if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 32);
-        if (x != y) return false;
-    }
-    return true;
-}
 
 std::string_view trim(std::string_view text) noexcept {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
@@ -83,7 +73,7 @@ bool ConnectionString::isOdbc(std::string_view text) {
 
 std::optional<std::string> ConnectionString::find(std::string_view key) const {
     for (const auto& [name, value] : m_pairs)
-        if (equalsIgnoringCase(name, key)) return value;
+        if (StringUtils::equalsIgnoringCase(name, key)) return value;
     return std::nullopt;
 }
 
