@@ -361,7 +361,7 @@ void ParameterBinder::write(const Format& format, std::size_t index, const Varia
     case SQL_VARYING: {
         const std::string_view bytes = bytesOf(value, m_texts[index]);
         store(target, static_cast<std::uint16_t>(bytes.size()));
-        std::memcpy(target + sizeof(std::uint16_t), bytes.data(), bytes.size());
+        if (!bytes.empty()) std::memcpy(target + sizeof(std::uint16_t), bytes.data(), bytes.size());
         break;
     }
     case SQL_BLOB: {
