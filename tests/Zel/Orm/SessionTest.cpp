@@ -142,6 +142,46 @@ TEST_F(OrmTest, EveryFieldTypeRoundTrips) {
     EXPECT_EQ(copy->data.get(), LongBinary(bytes, sizeof bytes));
 }
 
+TEST_F(OrmTest, FieldsRefuseValuesTheyCannotHoldInsteadOfCuttingThem) {
+    auto note = session->create<Note>();
+    struct Case {
+        const char* property;
+        Variant value;
+        const char* message; // null: taken
+    };
+    const Case cases[] = {
+        {"priority", "42", nullptr},
+        {"big", 4.0, nullptr},
+        {"priority", 70000, "ORM: value does not fit the field | value=70000 | field=short"},
+        {"maybe", std::int64_t{1} << 40,
+         "ORM: value does not fit the field | value=1099511627776 | field=int"},
+        {"big", "12.50", "ORM: value does not fit the field | value=12.50 | field=integer"},
+        {"big", 2.5, "ORM: value does not fit the field | value=2.5 | field=integer"},
+        {"big", "seven", "ORM: value does not fit the field | value=seven | field=integer"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.value.toJson());
+        Variant values = Variant::makeMap();
+        values.setAt(c.property, c.value);
+        if (c.message == nullptr) {
+            EXPECT_NO_THROW(note->load(values));
+        } else {
+            EXPECT_THROW(
+                {
+                    try {
+                        note->load(values);
+                    } catch (const Exception& e) {
+                        EXPECT_STREQ(e.what(), c.message);
+                        throw;
+                    }
+                },
+                Exception);
+        }
+    }
+    EXPECT_EQ(note->priority.get(), 42);
+    EXPECT_EQ(note->big.get(), 4);
+}
+
 TEST_F(OrmTest, LoadingLooksInTheIdentityMapThenTheCacheThenTheDatabase) {
     const std::int32_t id = committedEmployee();
     const std::vector<std::string> fromDb = {
