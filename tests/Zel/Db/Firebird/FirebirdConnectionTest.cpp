@@ -2,7 +2,6 @@
 
 #include <Zel/Db/Connection.h>
 #include <Zel/Db/DbException.h>
-#include <Zel/InvalidOperationException.h>
 #include <Zel/LongBinary.h>
 #include <csignal>
 #include <cstdlib>
@@ -298,22 +297,12 @@ TEST_F(FirebirdConnectionTest, ExecuteReportsTheRowsAffected) {
     }
 }
 
-TEST_F(FirebirdConnectionTest, StatementsAreCachedAndNestedQueriesOfOneTextWork) {
+// Reuse and nested queries of one text are conformance cases; this one is Firebird's own.
+TEST_F(FirebirdConnectionTest, CachedStatementsDoNotKeepATableInUseWhenDdlDropsIt) {
     db().execute("CREATE TABLE t (id INTEGER)");
-    for (int i = 0; i < 3; ++i)
-        db().execute("INSERT INTO t VALUES (?)", {i});
-    const std::size_t cached = db().cachedStatementCount();
-    db().execute("INSERT INTO t VALUES (?)", {3});
-    EXPECT_EQ(db().cachedStatementCount(), cached);
-
-    const std::string select = "SELECT id FROM t WHERE id >= ? ORDER BY id";
-    std::vector<std::pair<int, int>> pairs;
-    for (auto outer = db().query(select, {2}); !outer->eof(); outer->next())
-        for (auto inner = db().query(select, {static_cast<int>(outer->value(0))}); !inner->eof();
-             inner->next())
-            pairs.emplace_back(static_cast<int>(outer->value(0)), static_cast<int>(inner->value(0)));
-    EXPECT_EQ(pairs, (std::vector<std::pair<int, int>>{{2, 2}, {2, 3}, {3, 3}}));
-
+    db().execute("INSERT INTO t VALUES (?)", {1});
+    EXPECT_EQ(static_cast<int>(db().scalar("SELECT id FROM t WHERE id >= ?", {0})), 1);
+    EXPECT_GT(db().cachedStatementCount(), 0u);
     // Cached statements must not keep a table in use when DDL drops it.
     db().execute("DROP TABLE t");
     EXPECT_THROW(db().query("SELECT id FROM t"), DbException);
@@ -366,34 +355,6 @@ TEST_F(FirebirdConnectionTest, ConnectionStringsCreateWithOptionsOrFailNamingThe
 }
 
 // --- transactions ----------------------------------------------------------------------------------
-
-TEST_F(FirebirdConnectionTest, TransactionsCommitRollBackAndNestSavepoints) {
-    db().execute("CREATE TABLE t (id INTEGER)");
-    db().begin();
-    EXPECT_THROW(db().begin(), InvalidOperationException);
-    db().execute("INSERT INTO t VALUES (1)");
-    db().rollback();
-    EXPECT_EQ(count("t"), 0);
-    EXPECT_THROW(db().commit(), InvalidOperationException);
-    EXPECT_THROW(db().rollback(), InvalidOperationException);
-    EXPECT_THROW(db().savepoint("a"), InvalidOperationException);
-
-    db().begin();
-    db().execute("INSERT INTO t VALUES (1)");
-    db().savepoint("a");
-    db().execute("INSERT INTO t VALUES (2)");
-    db().rollbackToSavepoint("a");
-    db().execute("INSERT INTO t VALUES (3)");
-    db().savepoint("b");
-    db().execute("INSERT INTO t VALUES (4)");
-    db().releaseSavepoint("b");
-    db().commit();
-    EXPECT_FALSE(db().inTransaction());
-    std::vector<int> ids;
-    for (auto rows = db().query("SELECT id FROM t ORDER BY id"); !rows->eof(); rows->next())
-        ids.push_back(static_cast<int>(rows->value(0)));
-    EXPECT_EQ(ids, (std::vector<int>{1, 3, 4}));
-}
 
 TEST_F(FirebirdConnectionTest, ALockConflictFailsAfterTheLockTimeout) {
     db().execute("CREATE TABLE t (id INTEGER, n INTEGER)");
