@@ -7,31 +7,35 @@
 //   Throughput/OneQueueFinishedCallback  Zel alone, each task with an (empty) finished callback
 //   Latency                 from handing one unit over to the start of its callback, one at a time
 //
+// Beside each throughput figure: the threads of the process at the end of a batch and the context
+// switches (voluntary and not, from getrusage) per 100,000 units: on two cores a pool with more
+// threads than processors pays for them in switches.
+//
 // Asio's pool has no queue semantics at all (no limit per queue, no references, no retries, no
 // bookkeeping): it is the floor. The ratios are printed after the table, from this one run.
 //
 //     zel-bench-tasks [--benchmark_min_time=0.5] [--benchmark_filter=...]
 #include "CapturingReporter.h"
 
-#include <Zel/Async/Threads/Manager.h>
-#include <Zel/Tasks/Manager.h>
-#include <Zel/Tasks/Queue.h>
-#include <Zel/Tasks/Task.h>
-
 #include <Poco/Exception.h>
 #include <Poco/Task.h>
 #include <Poco/TaskManager.h>
 #include <Poco/ThreadPool.h>
+#include <Zel/Async/Threads/Manager.h>
+#include <Zel/Tasks/Manager.h>
+#include <Zel/Tasks/Queue.h>
+#include <Zel/Tasks/Task.h>
+#include <algorithm>
+#include <atomic>
 #include <benchmark/benchmark.h>
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
-
-#include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -61,6 +65,40 @@ private:
     std::atomic<bool> m_done{false};
 };
 
+long contextSwitches() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_nvcsw + usage.ru_nivcsw;
+}
+
+int processThreads() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("Threads:", 0) == 0) return std::stoi(line.substr(8));
+    return 0;
+}
+
+// Threads and context switches of one throughput benchmark, as counters.
+class SystemCost {
+public:
+    void begin() { m_switchesBefore = contextSwitches(); }
+    void end() {
+        m_switches += contextSwitches() - m_switchesBefore;
+        m_threads = std::max(m_threads, processThreads());
+    }
+    void report(benchmark::State& state) const {
+        const double units = static_cast<double>(state.iterations()) * unitsPerBatch;
+        state.counters["threads"] = m_threads;
+        state.counters["switches_per_100k"] = units > 0 ? m_switches * 100000.0 / units : 0;
+    }
+
+private:
+    long m_switchesBefore = 0;
+    long m_switches = 0;
+    int m_threads = 0;
+};
+
 // One pool for all Zel runs, as a process would have.
 std::shared_ptr<Zel::Async::Threads::Manager> zelThreads() {
     static const auto threads = std::make_shared<Zel::Async::Threads::Manager>();
@@ -70,6 +108,7 @@ std::shared_ptr<Zel::Async::Threads::Manager> zelThreads() {
 // --- throughput -------------------------------------------------------------------------------
 
 void zelThroughput(benchmark::State& state, int queueCount, bool withFinishedCallback = false) {
+    SystemCost cost;
     for (auto _ : state) {
         Zel::Tasks::Manager manager(zelThreads(), nullptr, nullptr);
         manager.start();
@@ -78,6 +117,7 @@ void zelThroughput(benchmark::State& state, int queueCount, bool withFinishedCal
             queues.push_back(manager.addQueue("bench " + std::to_string(q), 2));
         Batch batch(unitsPerBatch);
 
+        cost.begin();
         const auto start = Clock::now();
         for (int i = 0; i < unitsPerBatch; ++i) {
             auto task = std::make_shared<Zel::Tasks::Task>("unit", [&batch](Zel::Tasks::RunContext&) {
@@ -89,9 +129,11 @@ void zelThroughput(benchmark::State& state, int queueCount, bool withFinishedCal
         }
         batch.wait();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        cost.end();
         manager.stop();
     }
     state.SetItemsProcessed(state.iterations() * unitsPerBatch);
+    cost.report(state);
 }
 
 class PocoUnit : public Poco::Task {
@@ -116,32 +158,40 @@ void pocoStart(Poco::TaskManager& manager, Batch& batch) {
 }
 
 void pocoThroughput(benchmark::State& state, int maxThreads) {
+    SystemCost cost;
     for (auto _ : state) {
         Poco::ThreadPool pool(2, maxThreads);
         Poco::TaskManager manager(pool);
         Batch batch(unitsPerBatch);
+        cost.begin();
         const auto start = Clock::now();
         for (int i = 0; i < unitsPerBatch; ++i)
             pocoStart(manager, batch);
         batch.wait();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        cost.end();
         manager.joinAll();
     }
     state.SetItemsProcessed(state.iterations() * unitsPerBatch);
+    cost.report(state);
 }
 
 void asioThroughput(benchmark::State& state) {
+    SystemCost cost;
     for (auto _ : state) {
         boost::asio::thread_pool pool(2);
         Batch batch(unitsPerBatch);
+        cost.begin();
         const auto start = Clock::now();
         for (int i = 0; i < unitsPerBatch; ++i)
             boost::asio::post(pool, [&batch] { batch.unit(); });
         batch.wait();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        cost.end();
         pool.join();
     }
     state.SetItemsProcessed(state.iterations() * unitsPerBatch);
+    cost.report(state);
 }
 
 // --- latency ----------------------------------------------------------------------------------
@@ -289,6 +339,12 @@ void printRatios(const Zel::Bench::CapturingReporter& reporter) {
         std::printf("  %-11s Zel %7.3fM tasks/s   Zel/POCO %8s   Zel/Asio pool %s (the floor)\n", shape,
                     zel / 1e6, Zel::Bench::formatRatio(zel, poco).c_str(),
                     Zel::Bench::formatRatio(zel, asio).c_str());
+    }
+    std::printf("  threads in the process and context switches per 100,000 tasks:\n");
+    for (const char* name : {"OneQueue/Zel", "OneQueue/AsioPool", "EightQueues/Zel", "EightQueues/POCO"}) {
+        const std::string full = throughputName(std::string("Throughput/") + name);
+        std::printf("    %-18s threads %3.0f   switches %8.0f\n", name, reporter.counter(full, "threads"),
+                    reporter.counter(full, "switches_per_100k"));
     }
     const double withCallback =
         reporter.counter(throughputName("Throughput/OneQueueFinishedCallback/Zel"), "items_per_second");

@@ -10,12 +10,34 @@ root=$PWD
 
 scripts/install-deps.sh test fuzz
 
+# Races show under load, not in one quiet run: the threaded suites run again in two copies side by
+# side, ctest's (a fresh process per test) until a failure or 20 rounds, and the test programs' own
+# repetition of the same suites beside it.
+threaded='^(TaskQueue|TasksManager|TaskRetry|TaskCancel|TaskHousekeeping|Executors|ActiveObjectHelper|ThreadsManager|EventLoop|EventsManager)\.'
+repeat_threaded() {
+    local dir=$1
+    ctest --test-dir "$dir" -R "$threaded" --repeat until-fail:20 -j2 --output-on-failure >"$dir/repeat-ctest.log" 2>&1 &
+    local ctestPid=$!
+    local status=0
+    for round in $(seq 20); do
+        "$dir/tests/ZelTaskTests" --gtest_filter='-TaskStress.*' --gtest_brief=1 >>"$dir/repeat-gtest.log" 2>&1 ||
+            { status=1; break; }
+    done
+    wait "$ctestPid" || { status=1; tail -60 "$dir/repeat-ctest.log"; }
+    [ "$status" -eq 0 ] || tail -60 "$dir/repeat-gtest.log"
+    return "$status"
+}
+
 for preset in release asan; do
     echo "== $preset: build"
     cmake --preset "$preset" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_EXAMPLES=ON >/dev/null
     cmake --build --preset "$preset"
     echo "== $preset: test"
     ctest --preset "$preset" -j2
+    if [ "$preset" = release ]; then
+        echo "== $preset: threaded suites, 20 rounds in two copies side by side"
+        repeat_threaded build/release
+    fi
 done
 
 echo "== package: install and build a consumer project"

@@ -1,9 +1,7 @@
-#include <Zel/Tasks/AbstractExecutor.h>
-
 #include <Zel/GenericException.h>
 #include <Zel/InvalidOperationException.h>
+#include <Zel/Tasks/AbstractExecutor.h>
 #include <Zel/Tasks/IManager.h>
-
 #include <condition_variable>
 #include <exception>
 #include <utility>

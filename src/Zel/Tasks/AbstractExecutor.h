@@ -3,7 +3,6 @@
 #include <Zel/Export.h>
 #include <Zel/Tasks/Task.h>
 #include <Zel/Tasks/TaskOptions.h>
-
 #include <chrono>
 #include <cstdint>
 #include <memory>

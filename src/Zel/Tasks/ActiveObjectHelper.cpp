@@ -1,11 +1,9 @@
-#include <Zel/Tasks/ActiveObjectHelper.h>
-
 #include <Zel/GenericException.h>
 #include <Zel/Log/ILog.h>
 #include <Zel/Log/Macros.h>
+#include <Zel/Tasks/ActiveObjectHelper.h>
 #include <Zel/Tasks/Queue.h>
 #include <Zel/Tasks/Task.h>
-
 #include <condition_variable>
 #include <mutex>
 #include <thread>

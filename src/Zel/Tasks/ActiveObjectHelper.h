@@ -5,7 +5,6 @@
 #include <Zel/Tasks/TaskAddResult.h>
 #include <Zel/Tasks/TaskOptions.h>
 #include <Zel/UniqueFunction.h>
-
 #include <chrono>
 #include <cstddef>
 #include <memory>

@@ -1,7 +1,5 @@
 #include <Zel/Tasks/EventTaskRunStateChanged.h>
-
 #include <Zel/Tasks/Task.h>
-
 #include <utility>
 
 namespace Zel::Tasks {

@@ -2,7 +2,6 @@
 
 #include <Zel/Events/Event.h>
 #include <Zel/Tasks/TaskRun.h>
-
 #include <memory>
 #include <string>
 

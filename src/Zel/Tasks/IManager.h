@@ -2,7 +2,6 @@
 
 #include <Zel/Export.h>
 #include <Zel/Tasks/TaskAddResult.h>
-
 #include <chrono>
 #include <memory>
 #include <string>

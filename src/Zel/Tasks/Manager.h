@@ -1,11 +1,10 @@
 #pragma once
 
-#include <Zel/Tasks/Detail/TaskTable.h>
+#include <Zel/Tasks/IClock.h>
 #include <Zel/Tasks/IManager.h>
 #include <Zel/Tasks/TaskRun.h>
 #include <Zel/Tasks/TaskRunInfo.h>
 #include <Zel/UniqueFunction.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -35,10 +34,14 @@ namespace Zel::Tasks {
 class Queue;
 class Task;
 
-// Owns the named task queues of a process and the engine thread whose event loop does all their
-// scheduling: starting runs, finishing them, retrying with back-off, and sweeping runs that finished
-// long ago. Run callbacks run on threads of the Async::Threads::Manager, finished callbacks on the
-// engine thread.
+namespace Detail {
+class Engine;
+class EngineMutex;
+} // namespace Detail
+
+// Owns the named task queues of a process, the engine thread whose event loop keeps time for them
+// (delayed starts, retries with back-off, finished callbacks, sweeping runs that finished long ago),
+// and one pool of worker threads that every queue shares.
 //
 //     manager.start();
 //     manager.addQueue("mail", 2);
@@ -47,19 +50,32 @@ class Task;
 //     ...
 //     manager.stop();
 //
-// One recursive lock guards the manager, its queues, their runs and the task fields the queues
-// change; it is released around every user callback. A failure of a callback never leaves the worker
-// or the engine: it is logged through the manager's log.
+// Workers. The pool has as many workers as the machine has processors unless setWorkerPool() says
+// otherwise; a queue's maxThreads limits how many of its runs execute at once, it does not reserve
+// threads. Queues take turns, so a queue with a long backlog does not hold up the others. When work
+// waits and every worker has been busy without finishing anything for a while (runs that block on
+// I/O or on each other), the pool grows by a worker at a time, up to the sum of the queues'
+// maxThreads, and shrinks back once the extra workers are idle.
 //
-// stop() removes every queue (dropping what waits, asking what runs to stop), waits until the last
-// run finished and the engine thread is done, and leaves no Task or TaskRun referenced by the
-// manager. Neither stop() nor cancelTask() may be called from a finished callback or from a run
-// callback of this manager: they would wait for themselves.
+// One recursive lock guards the manager, its queues, their runs and the task fields the queues
+// change; it is released around every user callback and around the destruction of tasks. A failure
+// of a callback never leaves the worker or the engine: it is logged through the manager's log.
+//
+// stop() removes every queue (dropping what waits, asking what runs to stop) and returns only once
+// the engine thread and every worker have let go of every task, run and callback they held, and
+// their threads are idle again in the thread pool: what the tasks use may be freed right after.
+// Neither stop() nor cancelTask() may be called from a finished callback or from a run callback of
+// this manager: they would wait for themselves.
 //
 // Thread safety: every operation may be called from any thread.
 class ZEL_API Manager : public IManager {
 public:
-    enum class EState : std::int32_t { Stopped = 1, Stopping = 2, Starting = 4, Running = 8 };
+    enum class State : std::int32_t { Stopped = 1, Stopping = 2, Starting = 4, Running = 8 };
+    // The earlier name of State.
+    using EState = State;
+
+    // What queue() does when no queue has the name.
+    enum class IfMissing { Throw, ReturnEmpty };
 
     static constexpr int allStates =
         TaskRun::Waiting | TaskRun::Running | TaskRun::Canceling | TaskRun::Succeeded | TaskRun::Failed;
@@ -77,15 +93,18 @@ public:
     void start();
     void stopAsync();
     void stop();
-    EState state() const noexcept { return m_state.load(std::memory_order_acquire); }
-    bool stopped() const noexcept { return state() == EState::Stopped; }
+    State state() const noexcept;
+    bool stopped() const noexcept { return state() == State::Stopped; }
 
     // Throws GenericException "Tasks are not running" unless running, "Task queue already exists |
     // name=%s" for a name in use, ArgumentException for maxThreads below 1.
     std::shared_ptr<Queue> addQueue(const std::string& name, int maxThreads);
-    // With throwIfMissing, an unknown name throws GenericException "Task queue not found | name=%s";
-    // without, it returns an empty pointer.
-    std::shared_ptr<Queue> queue(const std::string& name, bool throwIfMissing = true) const;
+    // IfMissing::Throw makes an unknown name throw GenericException "Task queue not found | name=%s".
+    std::shared_ptr<Queue> queue(const std::string& name, IfMissing ifMissing = IfMissing::Throw) const;
+    // As above; true means IfMissing::Throw.
+    std::shared_ptr<Queue> queue(const std::string& name, bool throwIfMissing) const {
+        return queue(name, throwIfMissing ? IfMissing::Throw : IfMissing::ReturnEmpty);
+    }
     std::vector<std::shared_ptr<Queue>> queues() const;
 
     TaskAddResult addTask(std::shared_ptr<Task> task, const std::string& queueName,
@@ -105,43 +124,27 @@ public:
     // Tasks the manager knows by id: those with a run that was not swept yet.
     std::size_t taskCount() const;
 
+    // --- settings, which take effect at the next start() ------------------------------------------
     // Finished runs are dropped, every `interval`, once they finished more than `keepFinished` ago
-    // (5 s and 30 s unless changed). Takes effect at the next start().
+    // (5 s and 30 s unless changed).
     void setHousekeeping(std::chrono::milliseconds interval, std::chrono::milliseconds keepFinished);
+    // `workers` threads run the queues' runs (0: one per processor, the default); the pool grows
+    // when every worker has been busy for `growAfter` without finishing a run (50 ms by default).
+    // Throws ArgumentException for a negative count.
+    void setWorkerPool(int workers, std::chrono::milliseconds growAfter = std::chrono::milliseconds(50));
+    // The clock that times delays, retries and housekeeping (the steady clock by default). Only
+    // while stopped; throws the invalid-operation exception otherwise.
+    void setClock(std::shared_ptr<IClock> clock);
+    // Workers alive now.
+    int workerCount() const;
 
 private:
     friend class Queue;
     friend class RunContextImpl;
 
-    using Lock = std::unique_lock<std::recursive_mutex>;
+    Detail::EngineMutex& mutex() const noexcept;
 
-    std::recursive_mutex& mutex() const noexcept { return m_mutex; }
-    void setState(EState state);
-    void engine();
-    void scheduleSweep();
-    void sweep();
-    void post(UniqueFunction<void()> function, std::chrono::milliseconds delay);
-    bool onEngineThread() const;
-    // The last step of every thread the manager started: after it the thread no longer touches the
-    // manager, so stop() may return.
-    void threadLeft() noexcept { m_threadsInside.fetch_sub(1, std::memory_order_release); }
-
-    std::atomic<EState> m_state{EState::Stopped};
-    mutable std::recursive_mutex m_mutex;
-    std::condition_variable_any m_stateChanged;
-    std::map<std::string, std::shared_ptr<Queue>> m_queues;
-    std::unique_ptr<Async::EventLoop> m_loop;
-    int m_nextTaskId = 1;
-    std::shared_ptr<Log::ILog> m_log;
-    // Every add enters the task once, under its id and tag, until its last run is swept.
-    Detail::TaskTable m_tasks;
-    std::shared_ptr<Async::Threads::Manager> m_threads;
-    std::shared_ptr<Events::Manager> m_events;
-
-    std::atomic<int> m_threadsInside{0};
-    std::thread::id m_engineThread;
-    std::chrono::milliseconds m_sweepInterval{5000};
-    std::chrono::milliseconds m_keepFinished{30000};
+    std::shared_ptr<Detail::Engine> m_engine;
 };
 
 } // namespace Zel::Tasks

@@ -1,6 +1,5 @@
-#include <Zel/Tasks/ManualExecutor.h>
-
 #include <Zel/InvalidOperationException.h>
+#include <Zel/Tasks/ManualExecutor.h>
 
 namespace Zel::Tasks {
 

@@ -1,6 +1,5 @@
-#include <Zel/Tasks/PeriodicExecutor.h>
-
 #include <Zel/InvalidOperationException.h>
+#include <Zel/Tasks/PeriodicExecutor.h>
 
 namespace Zel::Tasks {
 

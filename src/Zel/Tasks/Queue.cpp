@@ -1,5 +1,3 @@
-#include <Zel/Tasks/Queue.h>
-
 #include <Zel/ArgumentException.h>
 #include <Zel/Async/EventLoop.h>
 #include <Zel/Async/Threads/Manager.h>
@@ -12,11 +10,12 @@
 #include <Zel/Log/ILog.h>
 #include <Zel/Log/Macros.h>
 #include <Zel/Log/ThreadContext.h>
+#include <Zel/Tasks/Detail/Engine.h>
 #include <Zel/Tasks/EventTaskRunStateChanged.h>
 #include <Zel/Tasks/Manager.h>
+#include <Zel/Tasks/Queue.h>
 #include <Zel/Tasks/RunContextImpl.h>
 #include <Zel/Tasks/Task.h>
-
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -39,14 +38,19 @@ bool inFuture(TaskRun::TimePoint runAt, TaskRun::TimePoint now) {
 
 } // namespace
 
-Queue::Queue(Key, Manager& manager, std::string name, int maxThreads)
-    : m_name(std::move(name)), m_maxThreads(maxThreads), m_manager(manager), m_threads(manager.m_threads),
-      m_log(manager.m_log), m_events(manager.m_events), m_emptyEventName("tasks.queueEmpty." + m_name) {}
+const std::string& Detail::workerThreadName() {
+    static const std::string name = threadNameAt(__FILE__, __LINE__);
+    return name;
+}
+
+Queue::Queue(Key, Manager& manager, Detail::Engine& engine, std::string name, int maxThreads)
+    : m_name(std::move(name)), m_maxThreads(maxThreads), m_manager(manager), m_engine(engine),
+      m_log(engine.log()), m_events(engine.events()), m_emptyEventName("tasks.queueEmpty." + m_name) {}
 
 Queue::~Queue() {
     // Normally released already; this is the last chance to break the task <-> run cycles.
     auto breakCycle = [](const RunPtr& run) {
-        if (run->m_task && run->m_task->m_currentRun == run) run->m_task->m_currentRun.reset();
+        if (run->m_task) run->m_task->forgetRun(*run);
     };
     for (auto& [runAt, run] : m_waiting)
         breakCycle(run);
@@ -54,8 +58,8 @@ Queue::~Queue() {
     std::for_each(m_finished.begin(), m_finished.end(), breakCycle);
 }
 
-std::recursive_mutex& Queue::mutex() const noexcept {
-    return m_manager.mutex();
+Detail::EngineMutex& Queue::mutex() const noexcept {
+    return m_engine.mutex();
 }
 
 const Queue* Queue::runningOnThisThread() noexcept {
@@ -63,22 +67,22 @@ const Queue* Queue::runningOnThisThread() noexcept {
 }
 
 int Queue::running() const {
-    Lock lock(mutex());
+    Guard guard(mutex());
     return m_running;
 }
 
 TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::milliseconds delay) {
     if (!task) throw ArgumentException("Task queue cannot add an empty task | queue=" + m_name);
     delay = std::max(delay, std::chrono::milliseconds(0));
-    // Made before the lock is taken: the workers and the event loop wait for it less. Wasted only
-    // when the reference refuses the add.
-    auto run = std::make_shared<TaskRun>(task, TaskRun::Clock::now() + delay);
-
-    Lock lock(mutex());
+    // Made before the lock is taken: the workers wait for it less. Wasted only when the reference
+    // refuses the add.
+    const auto runAt = m_engine.now() + delay;
+    auto run = std::make_shared<TaskRun>(task, runAt);
+    Guard guard(mutex());
     if (state() != State::Active) {
         throw GenericException("Queue is not running | state=" + std::to_string(static_cast<int>(state())));
     }
-    const TaskOptions& options = task->m_options;
+    const TaskOptions& options = task->options();
     const std::string& reference = options.reference();
     if (!reference.empty()) {
         if (auto found = m_waitingReferences.find(reference); found != m_waitingReferences.end()) {
@@ -91,46 +95,49 @@ TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::millisecon
         }
     }
 
-    const int id = m_manager.m_nextTaskId++;
-    run->m_taskId = id;
+    const int id = m_engine.allocateTaskId(guard);
+    run->bookkeeping().taskId = id;
     if (!reference.empty()) m_waitingReferences.emplace(reference, task);
     insertWaiting(run);
-    task->m_id.store(id, std::memory_order_relaxed);
-    task->m_addCount.fetch_add(1, std::memory_order_relaxed);
-    task->m_currentRun = run;
-    task->m_queue = weak_from_this();
-    m_manager.m_tasks.add(id, options.tag(), task);
+    task->enterQueue(id, run, weak_from_this());
+    m_engine.registerTask(guard, id, options.tag(), std::move(task));
 
-    // With every place taken, the run that ends first starts this one (see takeOver and
-    // finishTaskRun); waking the loop would achieve nothing.
-    if (delay.count() > 0 || m_running < m_maxThreads) postDispatch(delay);
+    if (delay.count() > 0) {
+        scheduleWakeUp(guard, runAt);
+    } else {
+        offerToWorkers(guard);
+    }
     raiseStateChanged(run);
     return {id, false};
 }
 
 bool Queue::cancelTaskAsync(const std::shared_ptr<Task>& task) {
     if (!task) throw ArgumentException("Task queue cannot cancel an empty task | queue=" + m_name);
-    ReleasedCallbacks released; // destroyed after the lock is released
-    Lock lock(mutex());
-    return cancelTaskAsync(lock, task, released);
+    Guard guard(mutex());
+    return cancelTaskAsync(guard, task);
 }
 
-bool Queue::cancelTaskAsync(Lock& lock, const std::shared_ptr<Task>& task, ReleasedCallbacks& released) {
-    const RunPtr run = task->m_currentRun;
-    if (task->m_queue.lock().get() != this || !run || run->m_place == TaskRun::Place::None) {
+bool Queue::cancelTaskAsync(Guard& guard, const std::shared_ptr<Task>& task) {
+    const RunPtr run = task->currentRunLocked();
+    if (task->queueLocked().get() != this || !run || run->bookkeeping().place == TaskRun::Place::None) {
         throw GenericException("Cannot cancel the task because it's not in the queue. | queue=" + m_name +
                                " | taskId=" + std::to_string(task->id()));
     }
     switch (run->state()) {
-    case TaskRun::Waiting:
+    case TaskRun::Waiting: {
         run->setState(TaskRun::Failed);
         raiseStateChanged(run);
         dropReference(m_waitingReferences, *task);
         eraseWaiting(run);
-        run->m_place = TaskRun::Place::Finished;
+        run->bookkeeping().place = TaskRun::Place::Finished;
         m_finished.push_back(run);
-        callFinishedCallback(lock, *task, false, released);
+        Detail::Garbage garbage;
+        callFinishedCallback(guard, *task, false, garbage);
+        guard.unlock();
+        garbage.clear();
+        guard.lock();
         return true;
+    }
     case TaskRun::Running:
         run->setState(TaskRun::Canceling);
         raiseStateChanged(run);
@@ -143,12 +150,12 @@ bool Queue::cancelTaskAsync(Lock& lock, const std::shared_ptr<Task>& task, Relea
 }
 
 bool Queue::empty() const {
-    Lock lock(mutex());
+    Guard guard(mutex());
     return m_waiting.empty() && m_runningRuns.empty();
 }
 
 void Queue::clear() {
-    Lock lock(mutex());
+    Guard guard(mutex());
     // Event handlers run under the lock and may add tasks; they go to the fresh lists, not into the
     // ones being dropped.
     const std::vector<RunPtr> running(m_runningRuns.begin(), m_runningRuns.end());
@@ -162,7 +169,7 @@ void Queue::clear() {
     }
     for (auto& [runAt, run] : waiting) {
         run->setState(TaskRun::Failed);
-        run->m_place = TaskRun::Place::Finished;
+        run->bookkeeping().place = TaskRun::Place::Finished;
         m_finished.push_back(run);
         raiseStateChanged(run);
     }
@@ -171,11 +178,11 @@ void Queue::clear() {
 }
 
 void Queue::removeAsync() {
-    Lock lock(mutex());
+    Guard guard(mutex());
     if (state() != State::Active) return;
     clear();
     if (m_runningRuns.empty()) {
-        finishRemoval(lock);
+        finishRemoval(guard);
     } else {
         m_state.store(State::Removing, std::memory_order_release);
     }
@@ -185,15 +192,15 @@ void Queue::remove() {
     removeAsync();
     {
         // Waiting here would wait for this very thread.
-        Lock lock(mutex());
-        if (runningQueue == this || m_manager.onEngineThread()) return;
+        Guard guard(mutex());
+        if (runningQueue == this || m_engine.onEngineThread()) return;
     }
     std::unique_lock lock(m_removed.mutex);
     m_removed.changed.wait(lock, [this] { return m_removed.set; });
 }
 
 std::string Queue::toJson() const {
-    Lock lock(mutex());
+    Guard guard(mutex());
     Json::Array waiting;
     for (const auto& [runAt, run] : m_waiting)
         waiting.addJson(run->toJson());
@@ -215,56 +222,70 @@ std::string Queue::toJson() const {
     return object.json();
 }
 
-// --- scheduling, on the manager's event loop ---------------------------------------------------
+// --- scheduling ---------------------------------------------------------------------------------
 
-void Queue::postDispatch(std::chrono::milliseconds delay) {
-    if (delay.count() > 0) {
-        m_manager.post(
-            [self = shared_from_this()] {
-                Lock lock(self->mutex());
-                self->doTasks(lock);
-            },
-            delay);
-        return;
-    }
-    // A burst of adds needs one dispatch, not one per task.
-    if (m_dispatchPosted) return;
-    m_dispatchPosted = true;
-    m_manager.post(
-        [self = shared_from_this()] {
-            Lock lock(self->mutex());
-            self->m_dispatchPosted = false;
-            self->doTasks(lock);
-        },
-        delay);
+bool Queue::canStartNow(TaskRun::TimePoint now) const {
+    return state() == State::Active && m_running < m_maxThreads && !m_waiting.empty() &&
+           !inFuture(m_waiting.begin()->first, now);
 }
 
-void Queue::doTasks(Lock&) {
-    if (state() != State::Active || m_running >= m_maxThreads) return;
-    const auto now = TaskRun::Clock::now();
-    std::vector<RunPtr> starting = std::exchange(m_starting, {});
-    starting.clear();
-    auto from = m_waiting.begin();
-    while (m_running < m_maxThreads) {
-        RunPtr run = takeNextDue(now, from);
-        if (!run) break;
-        ++m_running;
-        starting.push_back(std::move(run));
-    }
-    // Events only now: their handlers may change the waiting list that the loop above walked.
-    for (const RunPtr& run : starting) {
-        raiseStateChanged(run);
-        startWorker(run);
-    }
-    starting.clear();
-    if (m_starting.empty()) m_starting = std::move(starting);
+void Queue::offerToWorkers(Guard& guard) {
+    if (m_offered || !canStartNow(m_engine.now())) return;
+    m_offered = true;
+    m_engine.handToWorker(guard, shared_from_this());
 }
 
-Queue::RunPtr Queue::takeNextDue(TaskRun::TimePoint now, Waiting::iterator& from) {
-    for (auto it = from; it != m_waiting.end();) {
+void Queue::scheduleWakeUp(Guard& guard, TaskRun::TimePoint at) {
+    // One timer for the earliest delayed run is enough: each wake-up that starts runs looks again.
+    if (at >= m_wakeUpAt) return;
+    m_wakeUpAt = at;
+    m_engine.callAt(guard, at, [weak = weak_from_this(), at] {
+        const auto self = weak.lock();
+        if (!self) return;
+        Guard timerGuard(self->mutex());
+        if (self->m_wakeUpAt == at) self->m_wakeUpAt = TaskRun::TimePoint::max();
+        self->offerToWorkers(timerGuard);
+        // Runs due later still need their own wake-up.
+        const auto now = self->m_engine.now();
+        for (const auto& [runAt, run] : self->m_waiting) {
+            if (inFuture(runAt, now)) {
+                self->scheduleWakeUp(timerGuard, runAt);
+                break;
+            }
+        }
+    });
+}
+
+void Queue::runNext(Guard& guard, Detail::Garbage& garbage) {
+    m_offered = false;
+    const auto now = m_engine.now();
+    RunPtr run = state() == State::Active && m_running < m_maxThreads ? takeNextDue(now) : nullptr;
+    if (!run) return;
+    ++m_running;
+    // Another worker may take the next run of this queue meanwhile, after the other queues' turns.
+    offerToWorkers(guard);
+    raiseStateChanged(run);
+
+    guard.unlock();
+    garbage.clear(); // what the previous run left behind
+    const bool succeeded = execute(*run);
+    guard.lock();
+
+    m_engine.runExecuted(guard);
+    if (run->m_task->finishedCallback()) {
+        queueFinish(guard, run, succeeded);
+    } else {
+        finishTaskRun(guard, run, succeeded, garbage);
+    }
+    // The last reference, when the queue was removed meanwhile: goes with the garbage.
+    garbage.runs.push_back(std::move(run));
+}
+
+Queue::RunPtr Queue::takeNextDue(TaskRun::TimePoint now) {
+    for (auto it = m_waiting.begin(); it != m_waiting.end();) {
         const RunPtr& candidate = it->second;
         if (inFuture(candidate->m_runAt, now)) break; // the rest starts later still
-        const std::string& reference = candidate->m_task->m_options.reference();
+        const std::string& reference = candidate->m_task->options().reference();
         if (!reference.empty()) {
             // Two runs with one reference never overlap in a queue: this one waits for the other.
             if (m_runningReferences.contains(reference)) {
@@ -278,54 +299,26 @@ Queue::RunPtr Queue::takeNextDue(TaskRun::TimePoint now, Waiting::iterator& from
             }
         }
         RunPtr run = std::move(it->second);
-        from = m_waiting.erase(it);
+        m_waiting.erase(it);
         waitingShrunk();
-        run->m_place = TaskRun::Place::Running;
-        run->setState(TaskRun::Running);
-        TaskRun::store(run->m_started, now);
-        run->m_runningIndex = m_runningRuns.size();
+        TaskRun::Bookkeeping& bookkeeping = run->bookkeeping();
+        bookkeeping.place = TaskRun::Place::Running;
+        bookkeeping.runningIndex = m_runningRuns.size();
+        run->markStarted(now);
         m_runningRuns.push_back(run);
         return run;
     }
     return nullptr;
 }
 
-void Queue::startWorker(const RunPtr& run) {
-    static const std::string threadName = threadNameAt(__FILE__, __LINE__);
-    m_manager.m_threadsInside.fetch_add(1, std::memory_order_relaxed);
-    try {
-        m_threads->start([this, run]() mutable { executeTaskRuns(std::move(run)); }, threadName);
-    } catch (const std::exception& exception) {
-        m_manager.threadLeft();
-        ZEL_LOG_ERROR(m_log, "Task \"" + run->m_task->name() + "\" could not be started | queue=" + m_name +
-                                 " | message=" + exception.what());
-        queueFinish(run, false);
-    }
-}
-
-void Queue::executeTaskRuns(RunPtr run) {
-    // Once the last finish is posted this queue may be removed and destroyed; only the manager, which
-    // waits for threadLeft(), may still be touched.
-    Manager& manager = m_manager;
-    while (run) {
-        const bool succeeded = executeTaskRun(*run);
-        Lock lock(mutex());
-        queueFinish(run, succeeded);
-        RunPtr next = takeOver(lock, *run);
-        lock.unlock();
-        run = std::move(next);
-    }
-    manager.threadLeft();
-}
-
-bool Queue::executeTaskRun(TaskRun& run) {
+bool Queue::execute(TaskRun& run) {
     Task& task = *run.m_task;
-    Log::ThreadContext context(task.m_options.logSubsystem(), task.m_options.logContext());
+    Log::ThreadContext context(task.options().logSubsystem(), task.options().logContext());
     RunContextImpl runContext(m_manager, run);
     const Queue* outer = std::exchange(runningQueue, this);
     bool succeeded = false;
     try {
-        succeeded = task.m_runCallback(runContext);
+        succeeded = task.runCallback()(runContext);
     } catch (const std::exception& exception) {
         ZEL_LOG_ERROR(m_log, "Task \"" + task.name() + "\" threw an std::exception | queue=" + m_name +
                                  " | message=" + exception.what());
@@ -336,79 +329,72 @@ bool Queue::executeTaskRun(TaskRun& run) {
     return succeeded;
 }
 
-Queue::RunPtr Queue::takeOver(Lock&, TaskRun& finished) {
-    // Handing the thread straight to the next due run saves a round trip through the event loop and
-    // a thread wake-up per run. Only after runs without a finished callback: where there is one, it
-    // runs on the event loop before the run's place in the queue is given to the next run.
-    if (state() != State::Active || finished.m_task->m_finishedCallback) return nullptr;
-    auto from = m_waiting.begin();
-    RunPtr next = takeNextDue(TaskRun::Clock::now(), from);
-    if (!next) return nullptr;
-    finished.m_handedOver = true; // its finish must not free the place the next run took
-    raiseStateChanged(next);
-    return next;
-}
-
-void Queue::queueFinish(const RunPtr& run, bool succeeded) {
+void Queue::queueFinish(Guard& guard, const RunPtr& run, bool succeeded) {
     m_finishing.push_back({run, succeeded});
-    // One call on the loop finishes every run that ended meanwhile.
+    // One call on the engine thread finishes every run that ended meanwhile.
     if (m_finishing.size() > 1) return;
-    m_manager.post([self = shared_from_this()] { self->finishQueuedRuns(); }, std::chrono::milliseconds(0));
+    m_engine.post(guard, [self = shared_from_this()] { self->finishQueuedRuns(); });
 }
 
 void Queue::finishQueuedRuns() {
-    ReleasedCallbacks released; // destroyed after the lock is released
-    Lock lock(mutex());
+    Detail::Garbage garbage;
+    Guard guard(mutex());
     std::vector<Finishing> batch;
     batch.swap(m_finishing);
     for (const Finishing& finishing : batch)
-        finishTaskRun(lock, finishing.run, finishing.succeeded, released);
+        finishTaskRun(guard, finishing.run, finishing.succeeded, garbage);
+    for (Finishing& finishing : batch)
+        garbage.runs.push_back(std::move(finishing.run));
     batch.clear();
     if (m_finishing.empty()) m_finishing.swap(batch); // keeps the memory for the next batch
+    guard.unlock();
+    garbage.clear();
 }
 
-void Queue::finishTaskRun(Lock& lock, const RunPtr& run, bool succeeded, ReleasedCallbacks& released) {
+void Queue::finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detail::Garbage& garbage) {
     const std::shared_ptr<Task> task = run->m_task;
     dropReference(m_runningReferences, *task);
-    const auto now = TaskRun::Clock::now();
-    TaskRun::store(run->m_finished, now);
-    if (run->m_place == TaskRun::Place::Running) eraseRunning(*run);
-    run->m_place = TaskRun::Place::Finished;
+    const auto now = m_engine.now();
+    run->markFinished(now);
+    if (run->bookkeeping().place == TaskRun::Place::Running) eraseRunning(*run);
+    run->bookkeeping().place = TaskRun::Place::Finished;
     m_finished.push_back(run);
-    if (!run->m_handedOver) --m_running;
 
     bool retrying = false;
     if (state() == State::Active && !succeeded && run->state() != TaskRun::Canceling) {
-        retrying = retryTask(run, now);
+        retrying = retryTask(guard, run, now);
     }
     const TaskRun::State finalState = succeeded ? TaskRun::Succeeded : TaskRun::Failed;
     if (!retrying) {
-        callFinishedCallback(lock, *task, succeeded, released);
+        // The place is kept until the finished callback returned: the queue's next run starts after.
+        callFinishedCallback(guard, *task, succeeded, garbage);
+        --m_running;
         run->setState(finalState);
         raiseStateChanged(run);
         // Removed while the callback ran: the removal finished the queue off already.
         if (state() == State::Removed) return;
     } else {
+        --m_running;
         run->setState(finalState);
         raiseStateChanged(run);
     }
 
     if (m_waiting.empty() && m_runningRuns.empty()) {
         if (state() == State::Removing) {
-            finishRemoval(lock);
+            finishRemoval(guard);
         } else if (m_events && m_events->hasHandlers(m_emptyEventName)) {
-            lock.unlock();
+            guard.unlock();
             m_events->raise(m_emptyEventName);
-            lock.lock();
+            guard.lock();
         }
     } else {
-        doTasks(lock);
+        offerToWorkers(guard);
     }
 }
 
-bool Queue::retryTask(const RunPtr& failedRun, TaskRun::TimePoint now) {
+bool Queue::retryTask(Guard& guard, const RunPtr& failedRun, TaskRun::TimePoint now) {
     const std::shared_ptr<Task>& task = failedRun->m_task;
-    const TaskOptions& options = task->m_options;
+    const TaskOptions& options = task->options();
     const int retried = task->retried();
     if (options.retryCount() != -1 && options.retryCount() <= retried) return false;
     const std::string& reference = options.reference();
@@ -417,28 +403,33 @@ bool Queue::retryTask(const RunPtr& failedRun, TaskRun::TimePoint now) {
         if (m_waitingReferences.contains(reference)) return false;
         m_waitingReferences.emplace(reference, task);
     }
-    task->m_retried.store(retried + 1, std::memory_order_relaxed);
     const std::chrono::milliseconds delay = options.retryBackoff(retried + 1);
-
     auto run = std::make_shared<TaskRun>(task, now + delay);
-    run->m_taskId = failedRun->m_taskId;
+    run->bookkeeping().taskId = failedRun->bookkeeping().taskId;
     insertWaiting(run);
-    task->m_progress.store(0, std::memory_order_relaxed);
-    task->m_currentRun = run;
-    postDispatch(delay);
+    task->startRetry(run);
+    if (delay.count() > 0) {
+        scheduleWakeUp(guard, now + delay);
+    } else {
+        offerToWorkers(guard);
+    }
     raiseStateChanged(run);
     return true;
 }
 
-void Queue::callFinishedCallback(Lock& lock, Task& task, bool succeeded, ReleasedCallbacks& released) {
-    // The task is over: what the run callback holds goes as soon as the lock is released, not when the
-    // task is swept.
-    if (task.m_runCallback) released.push_back(std::move(task.m_runCallback));
-    if (!task.m_finishedCallback) return;
-    Task::FinishedCallback finished = std::move(task.m_finishedCallback);
-    lock.unlock();
+void Queue::callFinishedCallback(Guard& guard, Task& task, bool succeeded, Detail::Garbage& garbage) {
+    // The task is over: what its run callback holds goes first, before the finished callback runs,
+    // and never under the lock.
+    Task::RunCallback runCallback = std::move(task.runCallback());
+    if (!task.finishedCallback()) {
+        if (runCallback) garbage.callbacks.push_back(std::move(runCallback));
+        return;
+    }
+    Task::FinishedCallback finished = std::move(task.finishedCallback());
+    guard.unlock();
+    runCallback = nullptr;
     {
-        Log::ThreadContext context(task.m_options.logSubsystem(), task.m_options.logContext());
+        Log::ThreadContext context(task.options().logSubsystem(), task.options().logContext());
         FinishContext finishContext(succeeded, task.id());
         try {
             finished(finishContext);
@@ -451,25 +442,25 @@ void Queue::callFinishedCallback(Lock& lock, Task& task, bool succeeded, Release
         }
         finished = nullptr; // destroyed, like the callback's call, without the lock
     }
-    lock.lock();
+    guard.lock();
 }
 
-void Queue::finishRemoval(Lock& lock) {
+void Queue::finishRemoval(Guard& guard) {
     m_state.store(State::Removed, std::memory_order_release);
-    if (auto found = m_manager.m_queues.find(m_name);
-        found != m_manager.m_queues.end() && found->second.get() == this) {
-        m_manager.m_queues.erase(found);
-    }
-    std::vector<RunPtr> garbage;
-    releaseAll(garbage);
+    Detail::Garbage garbage;
+    releaseAll(guard, garbage, true);
+    m_engine.forgetQueue(guard, *this);
     signalRemoved();
-    if (m_manager.state() == Manager::EState::Stopping && m_manager.m_queues.empty() && m_manager.m_loop) {
-        m_manager.m_loop->stopAsync();
-    }
     // Tasks may be user types with destructors of their own: not under the lock.
-    lock.unlock();
+    guard.unlock();
     garbage.clear();
-    lock.lock();
+    guard.lock();
+}
+
+void Queue::abandon(Guard& guard, Detail::Garbage& garbage) {
+    m_state.store(State::Removed, std::memory_order_release);
+    releaseAll(guard, garbage, false);
+    signalRemoved();
 }
 
 void Queue::signalRemoved() {
@@ -486,7 +477,7 @@ void Queue::raiseStateChanged(const RunPtr& run) {
 }
 
 void Queue::insertWaiting(RunPtr run) {
-    run->m_place = TaskRun::Place::Waiting;
+    run->bookkeeping().place = TaskRun::Place::Waiting;
     const TaskRun::TimePoint runAt = run->m_runAt;
     // After every run due at the same time or earlier; for an undelayed add that is the end.
     m_waiting.emplace_hint(m_waiting.end(), runAt, std::move(run));
@@ -510,24 +501,24 @@ void Queue::waitingShrunk() noexcept {
 
 void Queue::eraseRunning(TaskRun& run) {
     // The last run takes the place of the one leaving: no search, no shifting.
-    const std::size_t index = run.m_runningIndex;
+    const std::size_t index = run.bookkeeping().runningIndex;
     if (index + 1 != m_runningRuns.size()) {
         m_runningRuns[index] = std::move(m_runningRuns.back());
-        m_runningRuns[index]->m_runningIndex = index;
+        m_runningRuns[index]->bookkeeping().runningIndex = index;
     }
     m_runningRuns.pop_back();
 }
 
 void Queue::dropReference(std::unordered_map<std::string, std::shared_ptr<Task>>& references,
                           const Task& task) {
-    const std::string& reference = task.m_options.reference();
+    const std::string& reference = task.options().reference();
     if (reference.empty()) return;
     if (auto found = references.find(reference); found != references.end() && found->second.get() == &task) {
         references.erase(found);
     }
 }
 
-void Queue::sweep(TaskRun::TimePoint finishedBefore, std::vector<RunPtr>& garbage) {
+void Queue::sweep(Guard& guard, TaskRun::TimePoint finishedBefore, Detail::Garbage& garbage) {
     auto kept = m_finished.begin();
     for (RunPtr& run : m_finished) {
         if (run->finished() >= finishedBefore) {
@@ -535,23 +526,23 @@ void Queue::sweep(TaskRun::TimePoint finishedBefore, std::vector<RunPtr>& garbag
             continue;
         }
         const std::shared_ptr<Task>& task = run->m_task;
+        const int taskId = run->bookkeeping().taskId;
         // A retry of the same add may still be waiting; the task stays known until its last run goes.
-        const bool lastOfItsAdd = task->m_currentRun == run || task->id() != run->m_taskId;
-        if (task->m_currentRun == run) task->m_currentRun.reset();
-        if (lastOfItsAdd) m_manager.m_tasks.erase(run->m_taskId, *task);
-        run->m_place = TaskRun::Place::None;
-        garbage.push_back(std::move(run));
+        const bool wasCurrent = task->forgetRun(*run);
+        if (wasCurrent || task->id() != taskId) m_engine.forgetTask(guard, taskId, *task);
+        run->bookkeeping().place = TaskRun::Place::None;
+        garbage.runs.push_back(std::move(run));
     }
     m_finished.erase(kept, m_finished.end());
 }
 
-void Queue::releaseAll(std::vector<RunPtr>& garbage, bool forgetTasks) {
+void Queue::releaseAll(Guard& guard, Detail::Garbage& garbage, bool forgetTasks) {
     auto release = [&](RunPtr&& run) {
         const std::shared_ptr<Task>& task = run->m_task;
-        if (task->m_currentRun == run) task->m_currentRun.reset();
-        if (forgetTasks) m_manager.m_tasks.erase(run->m_taskId, *task);
-        run->m_place = TaskRun::Place::None;
-        garbage.push_back(std::move(run));
+        task->forgetRun(*run);
+        if (forgetTasks) m_engine.forgetTask(guard, run->bookkeeping().taskId, *task);
+        run->bookkeeping().place = TaskRun::Place::None;
+        garbage.runs.push_back(std::move(run));
     };
     for (auto& [runAt, run] : m_waiting)
         release(std::move(run));
@@ -559,10 +550,17 @@ void Queue::releaseAll(std::vector<RunPtr>& garbage, bool forgetTasks) {
         release(std::move(run));
     for (RunPtr& run : m_finished)
         release(std::move(run));
+    for (Finishing& finishing : m_finishing)
+        garbage.runs.push_back(std::move(finishing.run));
+    m_finishing.clear();
     m_waiting.clear();
     waitingShrunk();
     m_runningRuns.clear();
     m_finished.clear();
+    for (auto& [reference, task] : m_waitingReferences)
+        garbage.tasks.push_back(std::move(task));
+    for (auto& [reference, task] : m_runningReferences)
+        garbage.tasks.push_back(std::move(task));
     m_waitingReferences.clear();
     m_runningReferences.clear();
 }

@@ -4,7 +4,6 @@
 #include <Zel/Tasks/TaskAddResult.h>
 #include <Zel/Tasks/TaskRun.h>
 #include <Zel/UniqueFunction.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -33,30 +32,39 @@ class Manager;
 class RunContext;
 class Task;
 
+namespace Detail {
+class Engine;
+class EngineMutex;
+struct Garbage;
+} // namespace Detail
+
 // A named queue of tasks of one Manager: runs start in the order of their start time (first in,
 // first out among equal times), at most maxThreads at once, and never two with the same reference
 // at once. Created by Manager::addQueue only.
 //
-// The manager's event loop starts runs and finishes them (retry, finished callback). A worker whose
-// run ended goes straight on with the next due run of the queue when the ended run's task has no
-// finished callback; otherwise that callback has returned before the next run takes the place.
+// The queue owns no threads: the workers of its manager, shared by every queue, start its runs in
+// turn with the other queues' (see Manager). A run whose task has no finished callback is finished
+// by the worker that executed it, which then goes on with the next run offered; where there is a
+// finished callback, the manager's engine thread calls it, and the run keeps its place among the
+// maxThreads until the callback returned.
 //
-// The queue has no lock of its own: its manager's lock guards it, and is released around every user
-// callback. A Queue must not be used after its Manager is destroyed.
+// The queue has no lock of its own: its manager's lock guards it (the convention is written where
+// that lock is declared, in Detail::Engine), and is released around every user callback. A Queue must
+// not be used after its Manager is destroyed.
 //
 // Thread safety: every operation may be called from any thread. remove() waits for the runs in
-// progress, except when called from the manager's event loop or from a run of this queue, where it
+// progress, except when called from the manager's engine thread or from a run of this queue, where it
 // cannot wait for itself and behaves as removeAsync().
 class ZEL_API Queue : public std::enable_shared_from_this<Queue> {
     class Key {
-        friend class Manager;
+        friend class Detail::Engine;
         Key() = default;
     };
 
 public:
     enum class State : std::int32_t { Active = 0, Removing = 1, Removed = 2 };
 
-    Queue(Key, Manager& manager, std::string name, int maxThreads);
+    Queue(Key, Manager& manager, Detail::Engine& engine, std::string name, int maxThreads);
     ~Queue();
 
     Queue(const Queue&) = delete;
@@ -93,42 +101,51 @@ public:
 
     // {"name":..,"state":..,"maxThreads":..,"runningCount":..,"waiting":[run..],"running":[run..],
     // "finished":[run..]}; "running" also lists runs whose callback returned and whose finish is still
-    // to be done by the event loop.
+    // to be done by the engine thread.
     std::string toJson() const;
 
 private:
     friend class Manager;
     friend class Task;
+    friend class Detail::Engine;
 
-    using Lock = std::unique_lock<std::recursive_mutex>;
+    using Guard = std::unique_lock<Detail::EngineMutex>;
     using RunPtr = std::shared_ptr<TaskRun>;
     using Waiting = std::pmr::multimap<TaskRun::TimePoint, RunPtr>;
-    // Run callbacks of tasks that are over, to be destroyed once the lock is released.
-    using ReleasedCallbacks = std::vector<UniqueFunction<bool(RunContext&)>>;
 
-    std::recursive_mutex& mutex() const noexcept;
+    Detail::EngineMutex& mutex() const noexcept;
     // The queue whose run callback the calling thread executes; null on other threads.
     static const Queue* runningOnThisThread() noexcept;
 
-    bool cancelTaskAsync(Lock& lock, const std::shared_ptr<Task>& task, ReleasedCallbacks& released);
-    void postDispatch(std::chrono::milliseconds delay);
-    void doTasks(Lock& lock);
-    // Moves the first due run that no running reference holds back, searching from `from`, to the
-    // running list; null when there is none.
-    RunPtr takeNextDue(TaskRun::TimePoint now, Waiting::iterator& from);
-    void startWorker(const RunPtr& run);
-    // The body of a worker: runs `run`, then whatever takeOver() hands it.
-    void executeTaskRuns(RunPtr run);
-    bool executeTaskRun(TaskRun& run);
-    RunPtr takeOver(Lock& lock, TaskRun& finished);
-    // Under the lock: the run's finish is done on the event loop, together with others that ended
-    // meanwhile.
-    void queueFinish(const RunPtr& run, bool succeeded);
+    // --- what the manager and the engine ask of the queue, under the lock -------------------------
+    bool cancelTaskAsync(Guard& guard, const std::shared_ptr<Task>& task);
+    // Called by a worker that took this queue's offer: starts the first due run, executes it without
+    // the lock and finishes it (or hands the finish to the engine thread). What the previous run left
+    // behind in `garbage` is destroyed while the lock is released.
+    void runNext(Guard& guard, Detail::Garbage& garbage);
+    // Drops runs that finished before `finishedBefore`, and forgets their tasks.
+    void sweep(Guard& guard, TaskRun::TimePoint finishedBefore, Detail::Garbage& garbage);
+    // The manager stopped: lets go of every run without forgetting tasks one by one (the manager
+    // drops its whole table) and marks the queue removed.
+    void abandon(Guard& guard, Detail::Garbage& garbage);
+
+    // --- scheduling ---------------------------------------------------------------------------------
+    // When a run may start now, offers the queue to the workers (once; a worker clears the offer).
+    void offerToWorkers(Guard& guard);
+    // Wakes the queue when the first delayed run becomes due.
+    void scheduleWakeUp(Guard& guard, TaskRun::TimePoint at);
+    bool canStartNow(TaskRun::TimePoint now) const;
+    // Moves the first due run that no running reference holds back to the running list; null when
+    // there is none.
+    RunPtr takeNextDue(TaskRun::TimePoint now);
+    bool execute(TaskRun& run);
+    void queueFinish(Guard& guard, const RunPtr& run, bool succeeded);
     void finishQueuedRuns();
-    void finishTaskRun(Lock& lock, const RunPtr& run, bool succeeded, ReleasedCallbacks& released);
-    bool retryTask(const RunPtr& failedRun, TaskRun::TimePoint now);
-    void callFinishedCallback(Lock& lock, Task& task, bool succeeded, ReleasedCallbacks& released);
-    void finishRemoval(Lock& lock);
+    void finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detail::Garbage& garbage);
+    bool retryTask(Guard& guard, const RunPtr& failedRun, TaskRun::TimePoint now);
+    // Destroys the task's run callback and calls its finished callback, both without the lock.
+    void callFinishedCallback(Guard& guard, Task& task, bool succeeded, Detail::Garbage& garbage);
+    void finishRemoval(Guard& guard);
     void signalRemoved();
     void raiseStateChanged(const RunPtr& run);
     void insertWaiting(RunPtr run);
@@ -136,17 +153,14 @@ private:
     void waitingShrunk() noexcept;
     void eraseRunning(TaskRun& run);
     void dropReference(std::unordered_map<std::string, std::shared_ptr<Task>>& references, const Task& task);
-    // Housekeeping on the event loop, under the lock. What they drop goes to `garbage`, to be destroyed
-    // once the lock is released.
-    void sweep(TaskRun::TimePoint finishedBefore, std::vector<RunPtr>& garbage);
-    // `forgetTasks` false: the manager drops its whole task table itself.
-    void releaseAll(std::vector<RunPtr>& garbage, bool forgetTasks = true);
+    // Empties every list into `garbage`; `forgetTasks` also takes the tasks out of the manager's table.
+    void releaseAll(Guard& guard, Detail::Garbage& garbage, bool forgetTasks);
 
     std::string m_name;
     int m_maxThreads;
     int m_running = 0;
     Manager& m_manager;
-    std::shared_ptr<Async::Threads::Manager> m_threads;
+    Detail::Engine& m_engine;
     std::atomic<State> m_state{State::Active};
     struct RemovedSignal {
         std::mutex mutex;
@@ -168,8 +182,8 @@ private:
     std::unordered_map<std::string, std::shared_ptr<Task>> m_waitingReferences;
     std::unordered_map<std::string, std::shared_ptr<Task>> m_runningReferences;
 
-    bool m_dispatchPosted = false;  // one undelayed dispatch pending on the loop serves every add
-    std::vector<RunPtr> m_starting; // reused by doTasks
+    bool m_offered = false;                                    // waiting in the engine's offers for a worker
+    TaskRun::TimePoint m_wakeUpAt = TaskRun::TimePoint::max(); // the earliest timer set for a delayed run
     struct Finishing {
         RunPtr run;
         bool succeeded;

@@ -1,5 +1,4 @@
 #include <Zel/Tasks/RunAtExecutor.h>
-
 #include <ctime>
 
 namespace Zel::Tasks {

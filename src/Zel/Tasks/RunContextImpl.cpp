@@ -1,9 +1,8 @@
-#include <Zel/Tasks/RunContextImpl.h>
-
+#include <Zel/Tasks/Detail/EngineMutex.h>
 #include <Zel/Tasks/Manager.h>
+#include <Zel/Tasks/RunContextImpl.h>
 #include <Zel/Tasks/Task.h>
 #include <Zel/Tasks/TaskRun.h>
-
 #include <mutex>
 
 namespace Zel::Tasks {

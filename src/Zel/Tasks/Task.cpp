@@ -1,10 +1,9 @@
-#include <Zel/Tasks/Task.h>
-
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
+#include <Zel/Tasks/Detail/EngineMutex.h>
 #include <Zel/Tasks/Queue.h>
+#include <Zel/Tasks/Task.h>
 #include <Zel/Tasks/TaskRun.h>
-
 #include <mutex>
 #include <utility>
 
@@ -25,6 +24,25 @@ Task& Task::setReference(std::string_view reference) {
     return *this;
 }
 
+void Task::enterQueue(int id, std::shared_ptr<TaskRun> run, std::weak_ptr<Queue> queue) {
+    m_id.store(id, std::memory_order_relaxed);
+    m_addCount.fetch_add(1, std::memory_order_relaxed);
+    m_currentRun = std::move(run);
+    m_queue = std::move(queue);
+}
+
+void Task::startRetry(std::shared_ptr<TaskRun> run) {
+    m_retried.fetch_add(1, std::memory_order_relaxed);
+    m_progress.store(0, std::memory_order_relaxed);
+    m_currentRun = std::move(run);
+}
+
+bool Task::forgetRun(const TaskRun& run) noexcept {
+    if (m_currentRun.get() != &run) return false;
+    m_currentRun.reset();
+    return true;
+}
+
 std::shared_ptr<TaskRun> Task::currentRun() const {
     // The queue changes the current run under its manager's lock; without a queue nothing does.
     const std::shared_ptr<Queue> owner = m_queue.lock();
@@ -39,7 +57,7 @@ std::shared_ptr<Queue> Task::queue() const {
 
 std::string Task::toJson() const {
     const std::shared_ptr<Queue> owner = m_queue.lock();
-    std::unique_lock<std::recursive_mutex> lock;
+    std::unique_lock<Detail::EngineMutex> lock;
     if (owner) lock = std::unique_lock(owner->mutex());
 
     Json::Object options;

@@ -5,7 +5,6 @@
 #include <Zel/Tasks/RunContext.h>
 #include <Zel/Tasks/TaskOptions.h>
 #include <Zel/UniqueFunction.h>
-
 #include <atomic>
 #include <memory>
 #include <string>
@@ -66,6 +65,14 @@ public:
 private:
     friend class Manager;
     friend class Queue;
+
+    // The operations its queue performs on the task, under the manager's lock.
+    void enterQueue(int id, std::shared_ptr<TaskRun> run, std::weak_ptr<Queue> queue);
+    void startRetry(std::shared_ptr<TaskRun> run);
+    // Drops the current run when it is `run`; returns whether it was.
+    bool forgetRun(const TaskRun& run) noexcept;
+    const std::shared_ptr<TaskRun>& currentRunLocked() const noexcept { return m_currentRun; }
+    std::shared_ptr<Queue> queueLocked() const noexcept { return m_queue.lock(); }
 
     std::atomic<int> m_id{0};
     std::string m_name;

@@ -1,6 +1,5 @@
-#include <Zel/Tasks/TaskAddResult.h>
-
 #include <Zel/Json/Object.h>
+#include <Zel/Tasks/TaskAddResult.h>
 
 namespace Zel::Tasks {
 

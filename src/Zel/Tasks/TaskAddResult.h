@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Zel/Export.h>
-
 #include <string>
 
 namespace Zel::Tasks {

@@ -1,9 +1,7 @@
-#include <Zel/Tasks/TaskOptions.h>
-
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
+#include <Zel/Tasks/TaskOptions.h>
 #include <Zel/Variant.h>
-
 #include <algorithm>
 #include <cmath>
 #include <utility>

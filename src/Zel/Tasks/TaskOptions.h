@@ -2,7 +2,6 @@
 
 #include <Zel/Export.h>
 #include <Zel/Tasks/Uniqueness.h>
-
 #include <chrono>
 #include <cstdint>
 #include <string>

@@ -1,8 +1,6 @@
-#include <Zel/Tasks/TaskRun.h>
-
 #include <Zel/Json/Object.h>
 #include <Zel/Tasks/Task.h>
-
+#include <Zel/Tasks/TaskRun.h>
 #include <utility>
 
 namespace Zel::Tasks {
@@ -20,7 +18,9 @@ TaskRun::TaskRun(std::shared_ptr<Task> task, TimePoint runAt) : m_task(std::move
 TaskRun::TaskRun(const TaskRun& other)
     : m_task(other.m_task), m_state(other.state()), m_runAt(other.m_runAt),
       m_started(other.m_started.load(std::memory_order_relaxed)),
-      m_finished(other.m_finished.load(std::memory_order_relaxed)), m_taskId(other.m_taskId) {}
+      m_finished(other.m_finished.load(std::memory_order_relaxed)) {
+    m_bookkeeping.taskId = other.m_bookkeeping.taskId;
+}
 
 TaskRun& TaskRun::operator=(const TaskRun& other) {
     if (this == &other) return *this;
@@ -29,10 +29,8 @@ TaskRun& TaskRun::operator=(const TaskRun& other) {
     m_runAt = other.m_runAt;
     store(m_started, other.started());
     store(m_finished, other.finished());
-    m_taskId = other.m_taskId;
     // A copy is a snapshot: it belongs to none of the queue's lists.
-    m_place = Place::None;
-    m_handedOver = false;
+    m_bookkeeping = Bookkeeping{other.m_bookkeeping.taskId};
     return *this;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Zel/Export.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -54,6 +53,14 @@ private:
     // Which of its queue's lists holds the run.
     enum class Place : std::uint8_t { None, Waiting, Running, Finished };
 
+    // The queue's bookkeeping of the run, guarded by the manager's lock. A task may be added again
+    // later under a new id; the run remembers the one it was scheduled under.
+    struct Bookkeeping {
+        int taskId = 0;
+        Place place = Place::None;
+        std::size_t runningIndex = 0; // in the queue's running list, while Place::Running
+    };
+
     static TimePoint load(const std::atomic<Clock::rep>& time) noexcept {
         return TimePoint(Clock::duration(time.load(std::memory_order_relaxed)));
     }
@@ -61,20 +68,19 @@ private:
         time.store(value.time_since_epoch().count(), std::memory_order_relaxed);
     }
     void setState(State state) noexcept { m_state.store(state, std::memory_order_release); }
+    void markStarted(TimePoint now) noexcept {
+        setState(Running);
+        store(m_started, now);
+    }
+    void markFinished(TimePoint now) noexcept { store(m_finished, now); }
+    Bookkeeping& bookkeeping() noexcept { return m_bookkeeping; }
 
     std::shared_ptr<Task> m_task;
     std::atomic<State> m_state{Waiting};
     TimePoint m_runAt;
     std::atomic<Clock::rep> m_started{0};
     std::atomic<Clock::rep> m_finished{0};
-
-    // The rest is the queue's bookkeeping, guarded by the manager's lock. A task may be added again
-    // later under a new id; the run remembers the one it was scheduled under.
-    int m_taskId = 0;
-    Place m_place = Place::None;
-    std::size_t m_runningIndex = 0; // in the queue's running list, while Place::Running
-    // The worker that ran it went on with another run of the queue, which took over its place.
-    bool m_handedOver = false;
+    Bookkeeping m_bookkeeping;
 };
 
 } // namespace Zel::Tasks

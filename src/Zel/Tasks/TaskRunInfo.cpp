@@ -1,7 +1,6 @@
-#include <Zel/Tasks/TaskRunInfo.h>
-
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
+#include <Zel/Tasks/TaskRunInfo.h>
 
 namespace Zel::Tasks {
 

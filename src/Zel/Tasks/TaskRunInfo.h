@@ -2,7 +2,6 @@
 
 #include <Zel/Export.h>
 #include <Zel/Tasks/TaskRun.h>
-
 #include <string>
 
 namespace Zel::Tasks {

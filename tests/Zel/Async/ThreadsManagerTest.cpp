@@ -1,14 +1,11 @@
 #include <Zel/Async/Threads/Manager.h>
-
 #include <Zel/GenericException.h>
 #include <Zel/Log/LogString.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <latch>
 #include <memory>
 #include <pthread.h>
@@ -139,6 +136,19 @@ TEST(ThreadsManager, ReleasesWhatAFunctionOwnedAsSoonAsItReturns) {
     manager.start([held = std::move(resource)] {}, "owner");
     ASSERT_TRUE(waitUntil([&] { return manager.busyCount() == 0; }));
     EXPECT_TRUE(watch.expired());
+}
+
+TEST(ThreadsManager, AJoinableFunctionIsOverAndForgottenOnceItsCompletionSaysSo) {
+    Manager manager;
+    for (int round = 0; round < 50; ++round) {
+        auto held = std::make_shared<int>(round);
+        std::weak_ptr<int> watch = held;
+        const Manager::Completion done = manager.startJoinable([held = std::move(held)] {}, "joinable");
+        done.wait();
+        EXPECT_TRUE(done.done());
+        EXPECT_TRUE(watch.expired());
+        EXPECT_EQ(manager.busyCount(), 0u);
+    }
 }
 
 TEST(ThreadsManager, StopWaitsForRunningFunctionsJoinsEveryThreadAndRefusesNewWork) {

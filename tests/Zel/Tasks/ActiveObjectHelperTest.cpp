@@ -1,12 +1,10 @@
-#include <Zel/Tasks/ActiveObjectHelper.h>
-
 #include "TestSupport.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <Zel/Tasks/ActiveObjectHelper.h>
 #include <atomic>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <stdexcept>
 #include <vector>

@@ -1,18 +1,15 @@
-#include <Zel/Tasks/ManualExecutor.h>
-#include <Zel/Tasks/PeriodicExecutor.h>
-#include <Zel/Tasks/RunAtExecutor.h>
-
 #include "TestSupport.h"
 
 #include <Zel/GenericException.h>
 #include <Zel/InvalidOperationException.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <Zel/Tasks/ManualExecutor.h>
+#include <Zel/Tasks/PeriodicExecutor.h>
+#include <Zel/Tasks/RunAtExecutor.h>
 #include <atomic>
 #include <functional>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <regex>
 #include <string>

@@ -1,15 +1,13 @@
-#include <Zel/Tasks/Manager.h>
-
 #include "TestSupport.h"
 
 #include <Zel/Json/Json.h>
+#include <Zel/Tasks/Manager.h>
+#include <Zel/Tasks/ManualClock.h>
 #include <Zel/Variant.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <vector>
 
 namespace Zel::Tasks {
@@ -42,51 +40,114 @@ std::shared_ptr<Task> counted(const std::string& name, Task::RunCallback run,
     return task;
 }
 
-TEST(TaskHousekeeping, FinishedRunsDisappearFromTheListingsAtTheNextSweep) {
-    // Kept long enough for the checks before the sweep even on a loaded machine.
-    TaskSystem system(10ms, 500ms);
-    auto queue = system.manager.addQueue("work", 1);
-    std::promise<void> finished;
+// A manager on a clock moved by hand. settle() moves the clock and returns once everything that
+// became due has been dealt with: a sentinel task due at the new time is started by its timer, which
+// the engine runs after the timers due before it (the sweep among them).
+class ClockedSystem {
+public:
+    ClockedSystem()
+        : m_system(5000ms, 30000ms, m_clock), m_sentinels(m_system.manager.addQueue("sentinel", 1)) {}
+
+    Manager& manager() { return m_system.manager; }
+    Events::Manager& events() { return *m_system.events; }
+    IClock::TimePoint now() const { return m_clock->now(); }
+
+    void settle(std::chrono::milliseconds step) {
+        auto reached = std::make_shared<std::promise<void>>();
+        auto future = reached->get_future();
+        m_sentinels->addTask(makeTask("sentinel",
+                                      [reached](RunContext&) {
+                                          reached->set_value();
+                                          return true;
+                                      }),
+                             step);
+        m_clock->advance(step);
+        ASSERT_EQ(future.wait_for(30s), std::future_status::ready) << "nothing ran after the clock moved";
+        // Finished too: a finish that came after the next move could start the next sentinel itself,
+        // before the timers due earlier.
+        ASSERT_TRUE(waitUntil([&] { return m_sentinels->empty(); }));
+    }
+
+private:
+    std::shared_ptr<ManualClock> m_clock = std::make_shared<ManualClock>();
+    TaskSystem m_system;
+    std::shared_ptr<Queue> m_sentinels;
+};
+
+// Delays, back-offs and the age of finished runs all follow the manager's clock: nothing here
+// waits for real time to pass.
+TEST(TaskHousekeeping, DelaysRetriesAndSweepsFollowTheManagersClock) {
+    ClockedSystem system;
+    StateRecorder recorder(system.events());
+    auto queue = system.manager().addQueue("work", 1);
+    std::atomic<int> runs{0};
+    std::promise<bool> finished;
     auto task = makeTask(
-        "short", [](RunContext&) { return true; }, [&](FinishContext&) { finished.set_value(); },
-        TaskOptions().setTag(5));
+        "flaky",
+        [&](RunContext&) {
+            ++runs;
+            return false;
+        },
+        [&](FinishContext& context) { finished.set_value(context.succeeded()); },
+        TaskOptions().setRetryCount(3).setRetryMinBackoff(5000ms).setRetryMaxBackoff(30000ms).setTag(5));
+    const int id = queue->addTask(task, 10s).id();
+
+    system.settle(9999ms);
+    EXPECT_EQ(runs.load(), 0);
+    EXPECT_EQ(system.manager().getTaskRunInfo(id).state, TaskRun::Waiting);
+    // Each retry is due its back-off after the failed run finished: 5, 10, then 20 seconds.
+    int expectedRuns = 1;
+    for (auto step : {1ms, 5000ms, 10000ms, 20000ms}) {
+        SCOPED_TRACE(step.count());
+        system.settle(step);
+        ASSERT_TRUE(waitUntil([&] { return runs.load() == expectedRuns; }));
+        // The clock moves on only once the retry is scheduled: its back-off counts from the failure.
+        if (expectedRuns < 4) ASSERT_TRUE(waitUntil([&] { return task->retried() == expectedRuns; }));
+        ++expectedRuns;
+    }
+    auto outcome = finished.get_future();
+    ASSERT_EQ(outcome.wait_for(30s), std::future_status::ready);
+    EXPECT_FALSE(outcome.get());
+    EXPECT_EQ(runs.load(), 4);
+    {
+        const auto runList = recorder.runs(id);
+        ASSERT_EQ(runList.size(), 4u);
+        const std::chrono::milliseconds backoffs[] = {5000ms, 10000ms, 20000ms};
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(runList[i + 1]->runAt() - runList[i]->finished(), backoffs[i]) << i;
+            EXPECT_EQ(runList[i + 1]->started(), runList[i + 1]->runAt()) << i;
+        }
+    }
+    recorder.forgetRuns();
+
+    // Kept for 30 seconds after the last run finished, dropped at the first sweep after that.
+    system.settle(29s);
+    EXPECT_TRUE(system.manager().getTaskRunInfo(id).found);
+    EXPECT_EQ(Json::parse(system.manager().tasksByTagJson(5)).size(), 1u);
     std::weak_ptr<Task> watch = task;
-    const int id = queue->addTask(std::move(task)).id();
-    finished.get_future().wait();
-    ASSERT_TRUE(waitUntil([&] { return system.manager.getTaskRunInfo(id).state == TaskRun::Succeeded; }));
-    EXPECT_EQ(system.manager.taskCount(), 1u);
-    EXPECT_EQ(Json::parse(system.manager.tasksByTagJson(5)).size(), 1u);
-    ASSERT_TRUE(waitUntil([&] { return system.manager.taskCount() == 0; }));
-    EXPECT_FALSE(system.manager.getTaskRunInfo(id).found);
-    EXPECT_EQ(system.manager.tasksByTagJson(5), "[]");
-    EXPECT_EQ(Json::parse(system.manager.tasksJson())[0]["finished"].size(), 0u);
-    EXPECT_TRUE(watch.expired()); // the run <-> task cycle was broken
+    task.reset();
+    system.settle(6s);
+    EXPECT_FALSE(system.manager().getTaskRunInfo(id).found);
+    EXPECT_EQ(system.manager().tasksByTagJson(5), "[]");
+    EXPECT_TRUE(waitUntil([&] { return watch.expired(); })); // the run <-> task cycle was broken
 }
 
 TEST(TaskHousekeeping, ATaskStaysKnownWhileItsRetryWaitsLongerThanFinishedRunsAreKept) {
-    TaskSystem system(2ms, 5ms);
-    auto queue = system.manager.addQueue("work", 1);
-    Gate gate;
+    ClockedSystem system;
+    auto queue = system.manager().addQueue("work", 1);
     std::atomic<int> runs{0};
-    std::promise<void> retryStarted;
     auto task = makeTask(
-        "retried",
-        [&](RunContext&) {
-            if (++runs == 1) return false;
-            retryStarted.set_value();
-            return gate.wait();
-        },
-        nullptr, TaskOptions().setRetryCount(1).setRetryMinBackoff(150ms));
+        "retried", [&](RunContext&) { return ++runs > 1; }, nullptr,
+        TaskOptions().setRetryCount(1).setRetryMinBackoff(60s).setRetryMaxBackoff(60s));
     const int id = queue->addTask(task).id();
     ASSERT_TRUE(waitUntil([&] { return task->retried() == 1; }));
-    // Long enough for several sweeps to drop the failed first run.
-    std::this_thread::sleep_for(60ms);
-    EXPECT_TRUE(system.manager.getTaskRunInfo(id).found);
-    retryStarted.get_future().wait();
-    EXPECT_TRUE(system.manager.getTaskRunInfo(id).found);
-    EXPECT_FALSE(system.manager.cancelTaskAsync(id)); // still reachable by id: the cancel reaches the run
-    gate.open();
-    ASSERT_TRUE(waitUntil([&] { return !system.manager.getTaskRunInfo(id).found; }));
+    // Several sweeps drop the failed first run; the waiting retry keeps the task known by its id.
+    system.settle(40s);
+    EXPECT_EQ(system.manager().getTaskRunInfo(id).state, TaskRun::Waiting);
+    system.settle(20s);
+    ASSERT_TRUE(waitUntil([&] { return system.manager().getTaskRunInfo(id).state == TaskRun::Succeeded; }));
+    system.settle(31s);
+    EXPECT_FALSE(system.manager().getTaskRunInfo(id).found);
 }
 
 // The oldest id stays taken by a task that waits an hour while thousands of later ones run and are
@@ -95,7 +156,10 @@ TEST(TaskHousekeeping, TasksAreFoundByIdAndTagAcrossSweptNeighbours) {
     TaskSystem system(2ms, 1ms);
     auto queue = system.manager.addQueue("work", 2);
     const int oldest =
-        queue->addTask(makeTask("oldest", [](RunContext&) { return true; }, nullptr, TaskOptions().setTag(3)), 1h)
+        queue
+            ->addTask(makeTask(
+                          "oldest", [](RunContext&) { return true; }, nullptr, TaskOptions().setTag(3)),
+                      1h)
             .id();
     constexpr int count = 5000;
     std::atomic<int> done{0};

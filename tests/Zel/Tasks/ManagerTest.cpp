@@ -1,18 +1,20 @@
-#include <Zel/Tasks/Manager.h>
-
 #include "TestSupport.h"
 
 #include <Zel/ArgumentException.h>
 #include <Zel/GenericException.h>
 #include <Zel/Log/ThreadContext.h>
-
+#include <Zel/Tasks/Manager.h>
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <future>
+#include <mutex>
 #include <regex>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace Zel::Tasks {
 namespace {
@@ -35,16 +37,16 @@ std::string messageOf(Action action) {
 
 TEST(TasksManager, GoesThroughItsStatesAndCanStartAgain) {
     Manager manager(nullptr, nullptr, nullptr);
-    EXPECT_EQ(manager.state(), Manager::EState::Stopped);
+    EXPECT_EQ(manager.state(), Manager::State::Stopped);
     EXPECT_TRUE(manager.stopped());
     for (int round = 0; round < 3; ++round) {
         SCOPED_TRACE(round);
         manager.start();
-        EXPECT_EQ(manager.state(), Manager::EState::Running);
+        EXPECT_EQ(manager.state(), Manager::State::Running);
         EXPECT_FALSE(manager.stopped());
         manager.addQueue("work", 1);
         manager.stop();
-        EXPECT_EQ(manager.state(), Manager::EState::Stopped);
+        EXPECT_EQ(manager.state(), Manager::State::Stopped);
         EXPECT_TRUE(manager.queues().empty());
     }
     manager.stop(); // stopping a stopped manager does nothing
@@ -208,7 +210,7 @@ TEST(TasksManager, StopFromItsOwnCallbacksIsRefusedAndLogged) {
                                      std::regex(row.expected + R"(message=Invalid operation \| func=stop \| )"
                                                                R"(file=Zel/Tasks/Manager \| line=\d+)")))
             << message;
-        EXPECT_EQ(system.manager.state(), Manager::EState::Running);
+        EXPECT_EQ(system.manager.state(), Manager::State::Running);
     }
 }
 
@@ -221,6 +223,101 @@ TEST(TasksManager, StopWhileStartingEndsStopped) {
         manager.stop();
         EXPECT_TRUE(manager.stopped());
     }
+}
+
+TEST(TasksManager, AFinishedTasksRunCallbackIsDestroyedFirstAndWithoutTheLock) {
+    TaskSystem system;
+    system.manager.addQueue("work", 1);
+    // Destroyed with the run callback. Another thread must be able to use the manager meanwhile:
+    // the destructor of what a callback holds may wait for the manager, as user code does.
+    struct Holder {
+        Manager* manager;
+        std::atomic<bool>* destroyed;
+        std::atomic<bool>* lockFree;
+        ~Holder() {
+            if (!manager) return;
+            std::promise<void> answered;
+            std::thread other([&] {
+                manager->taskCount();
+                answered.set_value();
+            });
+            lockFree->store(answered.get_future().wait_for(10s) == std::future_status::ready);
+            other.join();
+            destroyed->store(true);
+        }
+    };
+    std::atomic<bool> destroyed{false};
+    std::atomic<bool> lockFree{false};
+    std::promise<bool> destroyedBeforeFinish;
+    auto holder = std::make_shared<Holder>(Holder{&system.manager, &destroyed, &lockFree});
+    system.manager.addTask(makeTask(
+                               "holding", [holder = std::move(holder)](RunContext&) { return true; },
+                               [&](FinishContext&) { destroyedBeforeFinish.set_value(destroyed.load()); }),
+                           "work", 0ms);
+    auto future = destroyedBeforeFinish.get_future();
+    ASSERT_EQ(future.wait_for(30s), std::future_status::ready);
+    EXPECT_TRUE(future.get());
+    EXPECT_TRUE(lockFree.load());
+}
+
+TEST(TasksManager, QueuesTakeTurnsOnTheSharedWorkers) {
+    // One worker: the order of the runs shows how the queues share it.
+    TaskSystem system(5000ms, 30000ms, nullptr, 1);
+    auto busy = system.manager.addQueue("busy", 2);
+    auto quiet = system.manager.addQueue("quiet", 1);
+    Gate gate;
+    std::promise<void> holding;
+    std::mutex orderMutex;
+    std::vector<std::string> order;
+    auto record = [&](std::string name) {
+        return [&, name](RunContext&) {
+            std::lock_guard lock(orderMutex);
+            order.push_back(name);
+            return true;
+        };
+    };
+    busy->addTask(makeTask("hold", [&](RunContext&) {
+        holding.set_value();
+        return gate.wait();
+    }));
+    holding.get_future().wait();
+    for (int i = 0; i < 50; ++i)
+        busy->addTask(makeTask("backlog", record("busy")));
+    std::promise<void> quietRan;
+    quiet->addTask(makeTask("quiet", [&](RunContext& context) {
+        record("quiet")(context);
+        quietRan.set_value();
+        return true;
+    }));
+    gate.open();
+    ASSERT_EQ(quietRan.get_future().wait_for(30s), std::future_status::ready);
+    std::lock_guard lock(orderMutex);
+    // Its turn comes after at most one run of the other queue, not after the whole backlog.
+    const auto position = std::find(order.begin(), order.end(), "quiet") - order.begin();
+    EXPECT_LE(position, 1) << "quiet ran after " << position << " runs of the busy queue";
+}
+
+TEST(TasksManager, ThePoolGrowsWhenEveryWorkerIsBlocked) {
+    // Three runs that wait for each other on one worker would wait forever without the growth.
+    TaskSystem system(5000ms, 30000ms, nullptr, 1);
+    system.manager.addQueue("first", 2);
+    system.manager.addQueue("second", 1);
+    std::mutex mutex;
+    std::condition_variable changed;
+    int arrived = 0;
+    std::atomic<int> met{0};
+    auto meet = [&](RunContext&) {
+        std::unique_lock lock(mutex);
+        ++arrived;
+        changed.notify_all();
+        if (changed.wait_for(lock, 30s, [&] { return arrived == 3; })) ++met;
+        return true;
+    };
+    system.manager.addTask(makeTask("a", meet), "first", 0ms);
+    system.manager.addTask(makeTask("b", meet), "first", 0ms);
+    system.manager.addTask(makeTask("c", meet), "second", 0ms);
+    ASSERT_TRUE(waitUntil([&] { return met.load() == 3; }));
+    EXPECT_GE(system.manager.workerCount(), 3);
 }
 
 } // namespace

@@ -1,17 +1,14 @@
-#include <Zel/Tasks/Queue.h>
-
 #include "TestSupport.h"
 
 #include <Zel/GenericException.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Log/ThreadContext.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <Zel/Tasks/Queue.h>
 #include <atomic>
 #include <functional>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <stdexcept>
 #include <string>

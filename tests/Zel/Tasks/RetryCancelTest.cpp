@@ -1,14 +1,11 @@
-#include <Zel/Tasks/Manager.h>
-
 #include "TestSupport.h"
 
 #include <Zel/GenericException.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <Zel/Tasks/Manager.h>
 #include <atomic>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <vector>
 

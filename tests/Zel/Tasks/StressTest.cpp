@@ -1,16 +1,13 @@
-#include <Zel/Tasks/Manager.h>
-
 #include "TestSupport.h"
 
 #include <Zel/GenericException.h>
-
-#include <gtest/gtest.h>
-
+#include <Zel/Tasks/Manager.h>
 #include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
 #include <deque>
+#include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
 #include <random>

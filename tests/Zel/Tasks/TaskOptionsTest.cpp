@@ -1,17 +1,14 @@
-#include <Zel/Tasks/TaskOptions.h>
-
 #include "TestSupport.h"
 
 #include <Zel/Json/Json.h>
 #include <Zel/Tasks/TaskAddResult.h>
+#include <Zel/Tasks/TaskOptions.h>
 #include <Zel/Tasks/TaskRunInfo.h>
 #include <Zel/Variant.h>
 #include <Zel/VariantInvalidOperationException.h>
-
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstdint>
+#include <gtest/gtest.h>
 
 namespace Zel::Tasks {
 namespace {

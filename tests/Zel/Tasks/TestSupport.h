@@ -8,7 +8,6 @@
 #include <Zel/Tasks/Queue.h>
 #include <Zel/Tasks/Task.h>
 #include <Zel/Tasks/TaskRun.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -58,8 +57,11 @@ private:
 // A started manager with a log, an event manager and a thread pool of its own; stopped on destruction.
 struct TaskSystem {
     explicit TaskSystem(std::chrono::milliseconds sweepInterval = 5000ms,
-                        std::chrono::milliseconds keepFinished = 30000ms) {
+                        std::chrono::milliseconds keepFinished = 30000ms,
+                        std::shared_ptr<IClock> clock = nullptr, int workers = 0) {
         manager.setHousekeeping(sweepInterval, keepFinished);
+        if (clock) manager.setClock(std::move(clock));
+        manager.setWorkerPool(workers, 5ms);
         manager.start();
     }
     ~TaskSystem() { manager.stop(); }

@@ -1,9 +1,7 @@
 #include <Zel/Async/Threads/Manager.h>
-
 #include <Zel/GenericException.h>
 #include <Zel/Log/ILog.h>
 #include <Zel/Log/Macros.h>
-
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -41,11 +39,38 @@ void setSystemThreadName(const std::string& name) {
 
 } // namespace
 
+struct Manager::Completion::State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool done = false;
+
+    void set() {
+        {
+            std::lock_guard lock(mutex);
+            done = true;
+        }
+        changed.notify_all();
+    }
+};
+
+void Manager::Completion::wait() const {
+    if (!m_state) return;
+    std::unique_lock lock(m_state->mutex);
+    m_state->changed.wait(lock, [this] { return m_state->done; });
+}
+
+bool Manager::Completion::done() const {
+    if (!m_state) return true;
+    std::lock_guard lock(m_state->mutex);
+    return m_state->done;
+}
+
 struct Manager::Impl {
     struct Worker {
         std::thread thread;
         std::condition_variable wake;
-        UniqueFunction<void()> job; // set by start() while the worker is idle
+        UniqueFunction<void()> job;                    // set by start() while the worker is idle
+        std::shared_ptr<Completion::State> completion; // set with the job by startJoinable()
         std::string name;
         // Set with the job, so that a worker still spinning sees it without the lock.
         std::atomic<bool> assigned{false};
@@ -70,6 +95,8 @@ struct Manager::Impl {
 
     void loop(Worker* worker);
     void runJob(Worker& worker);
+    // Under the lock: the job is over and destroyed; the thread becomes idle.
+    void jobDone(Worker& worker);
     std::vector<std::unique_ptr<Worker>> takeEnded();
 };
 
@@ -90,6 +117,12 @@ void Manager::Impl::runJob(Worker& worker) {
     worker.job = nullptr;
 }
 
+void Manager::Impl::jobDone(Worker& worker) {
+    --busy;
+    // Only now: a caller joining the function may check busyCount() right after.
+    if (auto completion = std::move(worker.completion)) completion->set();
+}
+
 void Manager::Impl::loop(Worker* worker) {
     currentPool = this;
     std::unique_lock lock(mutex);
@@ -97,7 +130,7 @@ void Manager::Impl::loop(Worker* worker) {
         lock.unlock();
         runJob(*worker);
         lock.lock();
-        --busy;
+        jobDone(*worker);
         if (stopping) return;
         idle.push_back(worker);
         lock.unlock();
@@ -145,6 +178,18 @@ Manager::~Manager() {
 }
 
 void Manager::start(UniqueFunction<void()> function, std::string_view name) {
+    start(std::move(function), name, nullptr);
+}
+
+Manager::Completion Manager::startJoinable(UniqueFunction<void()> function, std::string_view name) {
+    Completion completion;
+    completion.m_state = std::make_shared<Completion::State>();
+    start(std::move(function), name, completion.m_state);
+    return completion;
+}
+
+void Manager::start(UniqueFunction<void()> function, std::string_view name,
+                    std::shared_ptr<Completion::State> completion) {
     Impl& impl = *m_impl;
     std::vector<std::unique_ptr<Impl::Worker>> ended;
     {
@@ -156,6 +201,7 @@ void Manager::start(UniqueFunction<void()> function, std::string_view name) {
             Impl::Worker* worker = impl.idle.back();
             impl.idle.pop_back();
             worker->job = std::move(function);
+            worker->completion = std::move(completion);
             if (worker->name != name) worker->name.assign(name);
             worker->assigned.store(true, std::memory_order_release);
             const bool parked = worker->parked;
@@ -164,6 +210,7 @@ void Manager::start(UniqueFunction<void()> function, std::string_view name) {
         } else {
             auto worker = std::make_unique<Impl::Worker>();
             worker->job = std::move(function);
+            worker->completion = std::move(completion);
             worker->name.assign(name);
             Impl::Worker* raw = worker.get();
             try {

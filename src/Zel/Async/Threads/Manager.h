@@ -2,7 +2,6 @@
 
 #include <Zel/Export.h>
 #include <Zel/UniqueFunction.h>
-
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -45,6 +44,25 @@ public:
     // "Thread manager is stopped" after stop().
     void start(UniqueFunction<void()> function, std::string_view name);
 
+    // Tells when a function handed to startJoinable() is done with: it returned, it was destroyed
+    // (with whatever it captured) and its thread counts as idle again. Copies share the one state.
+    class ZEL_API Completion {
+    public:
+        Completion() = default;
+        // Returns at once for a default-constructed Completion.
+        void wait() const;
+        bool done() const;
+
+    private:
+        friend class Manager;
+        struct State;
+        std::shared_ptr<State> m_state;
+    };
+
+    // As start(), for callers that must know when the pool has let go of everything the function
+    // held: a "joined" function of a pool thread, without ending the thread.
+    Completion startJoinable(UniqueFunction<void()> function, std::string_view name);
+
     void stop();
 
     // Threads alive now, and of those the ones running a function.
@@ -58,6 +76,8 @@ public:
 
 private:
     struct Impl;
+    void start(UniqueFunction<void()> function, std::string_view name,
+               std::shared_ptr<Completion::State> completion);
     std::unique_ptr<Impl> m_impl;
 };
 
