@@ -165,8 +165,9 @@ struct Client::Impl {
 
     ClientResponse call(std::string method, std::string_view url, Headers headers, Body body);
     Exchanged exchange(const Origin& origin, const std::string& method, const std::string& head, Body& body,
-                       Clock::time_point deadline);
-    Exchanged roundTrip(PooledConnection& pooled, const std::string& method, std::string head, Body& body);
+                       bool expect, Clock::time_point deadline);
+    Exchanged roundTrip(PooledConnection& pooled, const std::string& method, std::string head, Body& body,
+                        bool expect);
     // The next response that is final, or the 100 Continue when `stopAtContinue`.
     Exchanged readResponse(PooledConnection& pooled, bool answersHead, bool stopAtContinue);
     void sendBody(IO::IStream& output, Body& body);
@@ -226,7 +227,7 @@ ClientResponse Client::Impl::call(std::string method, std::string_view url, Head
         if (expect) head.append("Expect: 100-continue\r\n");
         head.append("\r\n");
 
-        Exchanged answer = exchange(origin, method, head, body, deadline);
+        Exchanged answer = exchange(origin, method, head, body, expect, deadline);
         const std::int32_t status = answer.head.statusCode();
 
         if (status == 401 && credentials && !authRetried && body.rewind()) {
@@ -243,6 +244,11 @@ ClientResponse Client::Impl::call(std::string method, std::string_view url, Head
                                         " | limit=" + std::to_string(options.maxRedirects()));
                 }
                 Url next = resolve(current, *location);
+                if (const std::string scheme = next.scheme(); scheme != "http" && scheme != "https") {
+                    throw HttpException(
+                        "HTTP client: redirect to a URL that is not http or https | location=" +
+                        std::string(*location));
+                }
                 if (status != 307 && status != 308) {
                     if (method != "HEAD") method = Method::GET;
                     body = Body{};
@@ -261,14 +267,14 @@ ClientResponse Client::Impl::call(std::string method, std::string_view url, Head
 }
 
 Exchanged Client::Impl::exchange(const Origin& origin, const std::string& method, const std::string& head,
-                                 Body& body, Clock::time_point deadline) {
+                                 Body& body, bool expect, Clock::time_point deadline) {
     for (int attempt = 0;; ++attempt) {
         bool reused = false;
         PooledConnection pooled = acquire(origin, deadline, reused);
         pooled.connection->setDeadlines(options.readTimeout(), deadline);
         const std::int64_t before = pooled.connection->bytesRead();
         try {
-            Exchanged answer = roundTrip(pooled, method, head, body);
+            Exchanged answer = roundTrip(pooled, method, head, body, expect);
             if (answer.reusable && !pooled.connection->broken()) release(origin, std::move(pooled));
             return answer;
         } catch (const HttpException&) {
@@ -283,10 +289,9 @@ Exchanged Client::Impl::exchange(const Origin& origin, const std::string& method
 }
 
 Exchanged Client::Impl::roundTrip(PooledConnection& pooled, const std::string& method, std::string head,
-                                  Body& body) {
+                                  Body& body, bool expect) {
     Detail::ClientConnection& connection = *pooled.connection;
     const bool answersHead = method == "HEAD";
-    const bool expect = head.ends_with("Expect: 100-continue\r\n\r\n");
     if (body.present() && !expect && body.length >= 0 &&
         static_cast<std::size_t>(body.length) <= inlineBodyLimit) {
         // Small bodies go with the head in one write: one packet where the server waits for both.

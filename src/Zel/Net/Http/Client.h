@@ -34,6 +34,9 @@ class OAuth2ClientCredentials;
 // breaks these rules fails the call with HttpException and its connection is closed, never reused:
 // where one message ends in it can no longer be known.
 //
+// The body is handed back as sent: a "Content-Encoding" (the client asks for none) is the caller's
+// to undo.
+//
 // Redirects (301, 302, 303, 307, 308) are followed up to ClientOptions::maxRedirects: 301, 302 and
 // 303 go on with GET and no body, 307 and 308 repeat the method and the body. "Authorization",
 // whether set by the caller, the bearer token or OAuth2, is sent only to the scheme, host and port

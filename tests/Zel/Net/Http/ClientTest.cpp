@@ -1,6 +1,7 @@
 #include "../../IO/TestStreams.h"
 #include "ScriptedServer.h"
 
+#include <Zel/Json/Json.h>
 #include <Zel/Net/Http/Client.h>
 #include <Zel/Net/Http/HttpException.h>
 #include <Zel/Net/Http/Status.h>
@@ -158,8 +159,14 @@ TEST(Client, KeepsOneConnectionForManyCallsAndNamesTheHost) {
         ASSERT_EQ(client.get(server.url("/n?i=" + std::to_string(i))).body(), "ok");
     EXPECT_EQ(server.accepted(), 1);
     EXPECT_EQ(client.idleConnections(), 1u);
+    // A connection idle past the limit is closed, not reused.
+    Client forgetful(ClientOptions(testOptions()).setIdleTimeout(0ms));
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(forgetful.get(server.url()).body(), "ok");
+    EXPECT_EQ(server.accepted(), 3);
+    EXPECT_EQ(forgetful.idleConnections(), 0u);
     std::lock_guard lock(mutex);
-    ASSERT_EQ(seen.size(), 20u);
+    ASSERT_EQ(seen.size(), 22u);
     EXPECT_EQ(seen[7].target, "/n?i=7");
     EXPECT_EQ(seen[7].header("Host"), "127.0.0.1:" + std::to_string(server.port()));
 }
@@ -190,8 +197,10 @@ TEST(Client, SendsBodiesWithLengthChunkedAndAfterContinue) {
                       answer);
         }
     });
-    Client client(ClientOptions(testOptions()).setExpectContinueThreshold(100));
+    Client client(ClientOptions(testOptions()).setExpectContinueThreshold(100).setExpectContinueTimeout(10s));
     EXPECT_EQ(client.post(server.url(), "small", "text/plain").body(), "POST length small");
+    EXPECT_EQ(client.postJson(server.url(), Json::parse(R"({"a":[1,"b"]})")).body(),
+              R"(POST length {"a":[1,"b"]})");
     EXPECT_EQ(
         client.request("PUT", server.url(), {}, IO::Testing::PieceStream::trickle("streamed", 3)).body(),
         "PUT chunked streamed");
@@ -282,20 +291,56 @@ TEST(Client, SendsAuthorizationOnlyToTheHostFirstAsked) {
         EXPECT_FALSE(seen[i].header("Authorization"));
 }
 
+// A listener that never accepts, its queue filled: the kernel drops further connection requests,
+// so that a connect hangs.
+class FullListener {
+public:
+    FullListener() {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        ::bind(m_listener, reinterpret_cast<sockaddr*>(&address), size);
+        ::listen(m_listener, 0);
+        ::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &size);
+        m_port = ntohs(address.sin_port);
+        for (int& filler : m_fillers) {
+            filler = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            ::connect(filler, reinterpret_cast<sockaddr*>(&address), size);
+        }
+    }
+    ~FullListener() {
+        for (const int filler : m_fillers)
+            ::close(filler);
+        ::close(m_listener);
+    }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(m_port) + "/"; }
+
+private:
+    int m_listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    int m_port = 0;
+    int m_fillers[4] = {};
+};
+
 TEST(Client, GivesUpOnAServerThatNeverAnswers) {
-    ScriptedServer server([&](Peer& peer) { peer.waitForClose(); });
+    ScriptedServer silent([&](Peer& peer) { peer.waitForClose(); });
+    const FullListener full;
     struct Row {
         ClientOptions options;
+        std::string url;
         std::string error;
     };
     const std::vector<Row> rows = {
-        {ClientOptions().setReadTimeout(200ms), "HTTP client: read timed out | host=127.0.0.1"},
-        {ClientOptions().setTotalTimeout(200ms), "HTTP client: request timed out | host=127.0.0.1"},
+        {ClientOptions().setReadTimeout(200ms), silent.url(), "HTTP client: read timed out | host=127.0.0.1"},
+        {ClientOptions().setTotalTimeout(200ms), silent.url(),
+         "HTTP client: request timed out | host=127.0.0.1"},
+        {ClientOptions().setConnectTimeout(200ms), full.url(),
+         "HTTP client: connect timed out | host=127.0.0.1"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.error);
         Client client(row.options);
-        EXPECT_EQ(failure([&] { client.get(server.url()); }).substr(0, row.error.size()), row.error);
+        EXPECT_EQ(failure([&] { client.get(row.url); }).substr(0, row.error.size()), row.error);
         EXPECT_EQ(client.idleConnections(), 0u);
     }
 }
