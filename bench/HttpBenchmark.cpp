@@ -17,6 +17,7 @@
 #include <Zel/IO/BufferedStream.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Json/Json.h>
+#include <Zel/Net/Http/FramingCheck.h>
 #include <Zel/Net/Http/Reader.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
@@ -379,6 +380,38 @@ void parseResponseHttpParser(benchmark::State& state) {
     finish(state, responseHead.size());
 }
 
+// The head of a GET read as the server reads it, plus the framing check the server runs on it: the
+// framing lines noted from the raw head, then FramingCheck::checkRequest. Its peer is the same read
+// without the check (ParseGet/Zel), so the ratio is what the check costs.
+void parseGetZelChecked(benchmark::State& state) {
+    const auto stream = connection(browserGet);
+    const Zel::Net::Http::Reader reader;
+    const Zel::Net::Http::FramingCheck check(1 << 20);
+    Zel::Net::Http::FramingCheck::Lines lines;
+    for (auto _ : state) {
+        Zel::Net::Http::Request request;
+        reader.readRequest(stream, request);
+        lines.clear();
+        const std::string_view head = browserGet;
+        for (std::size_t pos = head.find("\r\n") + 2; pos + 2 < head.size();) {
+            const std::size_t next = head.find("\r\n", pos);
+            const char first = head[pos];
+            if (first == 'c' || first == 'C' || first == 't' || first == 'T') {
+                const std::string_view field = head.substr(pos, next - pos);
+                const std::size_t colon = field.find(':');
+                if (colon != std::string_view::npos)
+                    lines.note(field.substr(0, colon), field.substr(colon + 1));
+            }
+            pos = next + 2;
+        }
+        auto verdict =
+            check.checkRequest(request.method(), request.requestUri(), "1.1", request.headers(), lines);
+        benchmark::DoNotOptimize(verdict);
+        benchmark::DoNotOptimize(request);
+    }
+    finish(state, browserGet.size());
+}
+
 // --- registration and ratios --------------------------------------------------------------------
 
 using Benchmark = void (*)(benchmark::State&);
@@ -405,6 +438,7 @@ const std::vector<Case> cases = {
       {"http-parser", parseResponseHttpParser<true>},
       {"http-parser (callbacks only)", parseResponseHttpParser<false>}}},
     {"WriteResponse1K", {{"Zel", writeZel}, {"Beast", writeBeast}}},
+    {"ReadHeadFramingChecked", {{"Zel", parseGetZelChecked}, {"without the check", parseGetZel}}},
 };
 
 void registerBenchmarks() {
