@@ -60,7 +60,7 @@ TEST(TcpServer, ServesEachConnectionAsATaskWithinItsLimits) {
     bool released = false;
     TcpServer::Options options;
     options.maxConnections = 2;
-    options.idleTimeout = 200ms;
+    options.idleTimeout = 1s;
     TcpServer server(
         [&](StreamSocket& socket) {
             while (true) {

@@ -1,5 +1,6 @@
 #include <Zel/Net/Http/FramingCheck.h>
 #include <Zel/Net/Http/Headers.h>
+#include <cstring>
 
 namespace Zel::Net::Http {
 
@@ -66,6 +67,33 @@ bool FramingCheck::Lines::note(std::string_view name, std::string_view value) {
         return true;
     }
     return false;
+}
+
+std::size_t FramingCheck::Lines::scan(std::string_view block, bool noteFraming) {
+    std::size_t count = 0;
+    const char* cursor = block.data();
+    const char* const end = cursor + block.size();
+    while (cursor < end && *cursor != '\r' && *cursor != '\n') {
+        const char* lineEnd =
+            static_cast<const char*>(std::memchr(cursor, '\n', static_cast<std::size_t>(end - cursor)));
+        if (lineEnd == nullptr) lineEnd = end;
+        ++count;
+        const char first = *cursor;
+        if (first == ':') emptyName = true;
+        // Only two names matter; a look at the first letter skips nearly every other line.
+        else if (noteFraming && (first == 'c' || first == 'C' || first == 't' || first == 'T')) {
+            const std::string_view field(cursor, static_cast<std::size_t>(lineEnd - cursor));
+            const std::size_t colon = field.find(':');
+            if (colon != std::string_view::npos) {
+                std::string_view value = field.substr(colon + 1);
+                if (!value.empty() && value.back() == '\r') value.remove_suffix(1);
+                note(field.substr(0, colon), value);
+            }
+        }
+        cursor = lineEnd + 1;
+    }
+    complete = noteFraming;
+    return count;
 }
 
 std::int64_t FramingCheck::parseContentLength(std::string_view text) noexcept {
@@ -135,14 +163,15 @@ FramingCheck::Verdict FramingCheck::checkFraming(const Headers& headers, const L
     if (!lines.contentLength.empty()) {
         for (const std::string_view line : lines.contentLength)
             if (!checkLength(line)) return refuse(400, "invalid Content-Length");
-    } else if (const auto value = headers.find(Headers::CONTENT_LENGTH)) {
-        if (!checkLength(*value)) return refuse(400, "invalid Content-Length");
+    } else if (!lines.complete) {
+        if (const auto value = headers.find(Headers::CONTENT_LENGTH); value && !checkLength(*value))
+            return refuse(400, "invalid Content-Length");
     }
 
     bool hasTransferEncoding = !lines.transferEncoding.empty();
     std::vector<std::string_view> fromHeader;
     const std::vector<std::string_view>* codingLines = &lines.transferEncoding;
-    if (!hasTransferEncoding) {
+    if (!hasTransferEncoding && !lines.complete) {
         if (const auto value = headers.find(transferEncodingName)) {
             hasTransferEncoding = true;
             fromHeader.push_back(*value);

@@ -44,18 +44,26 @@ public:
         bool accepted() const noexcept { return status == 0; }
     };
 
-    // The framing lines of one head as received, values without the surrounding spaces. When a
-    // list is empty the check takes the header's value from the parsed Headers instead.
+    // The framing lines of one head as received, values without the surrounding spaces. Unless
+    // `complete`, an empty list means the check takes the header's value from the parsed Headers.
     struct Lines {
         std::vector<std::string_view> contentLength;
         std::vector<std::string_view> transferEncoding;
+        bool complete = false;  // the lists hold every framing line of the head
+        bool emptyName = false; // a line began with ':' (a header without a name)
 
         void clear() noexcept {
             contentLength.clear();
             transferEncoding.clear();
+            complete = false;
+            emptyName = false;
         }
         // Records the line when its name is one of the two (case-insensitively); returns whether it was.
         bool note(std::string_view name, std::string_view value);
+        // Walks a header block (after the start line, up to its empty line): returns the count of
+        // header lines and, with `noteFraming`, records the framing ones and makes the lists complete.
+        // The views point into `block`.
+        std::size_t scan(std::string_view block, bool noteFraming = true);
     };
 
     // A negative limit means none.

@@ -469,6 +469,10 @@ public:
         for (auto& thread : m_threads)
             thread.join();
         m_threads.clear();
+        // Completions queued on the closed sockets hold their connections: let them run out here so
+        // that nothing keeps the io_context, which they share, alive.
+        shared.io.restart();
+        shared.io.poll();
         m_acceptor.reset();
         m_shared.reset();
     }
@@ -487,8 +491,11 @@ private:
     void accept() {
         m_acceptor->async_accept(
             asio::make_strand(m_shared->io),
-            [this, shared = m_shared](const boost::system::error_code& error, tcp::socket socket) {
-                if (error == asio::error::operation_aborted || !m_acceptor->is_open()) return;
+            // Weak: a handler still queued when the server stops must not keep its io_context alive.
+            [this, weak = std::weak_ptr<Shared>(m_shared)](const boost::system::error_code& error,
+                                                           tcp::socket socket) {
+                const auto shared = weak.lock();
+                if (!shared || error == asio::error::operation_aborted || !m_acceptor->is_open()) return;
                 if (!error) {
                     bool full;
                     {
@@ -499,7 +506,8 @@ private:
                         boost::system::error_code ignored;
                         socket.close(ignored);
                     } else {
-                        std::make_shared<Connection>(shared, std::move(socket))->start();
+                        auto connection = std::make_shared<Connection>(shared, std::move(socket));
+                        asio::post(connection->executor(), [connection] { connection->start(); });
                     }
                 }
                 accept();

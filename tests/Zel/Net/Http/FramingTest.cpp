@@ -78,7 +78,7 @@ protected:
         Server::Options options;
         options.maxBodySize = 64;
         // Connections left open go idle soon, so that reading until the server closes is quick.
-        options.idleTimeout = std::chrono::milliseconds(200);
+        options.idleTimeout = std::chrono::milliseconds(1000);
         m_server = std::make_unique<Server>(std::make_shared<EchoHandler>(), options);
         m_server->start();
     }

@@ -153,7 +153,9 @@ TEST(HttpServer, TimeoutsDefeatSlowAndSilentPeers) {
 }
 
 TEST(HttpServer, AnswersContinueBeforeTheBodyAndStreamsUnknownLengthsChunked) {
-    Server server(echo(), shortTimeouts());
+    Server::Options options = shortTimeouts();
+    options.idleTimeout = 10s;
+    Server server(echo(), options);
     server.start();
     LoopbackClient client(server.port());
     client.send("POST /upload HTTP/1.1\r\nContent-Length: 5\r\nExpect: 100-continue\r\n\r\n");

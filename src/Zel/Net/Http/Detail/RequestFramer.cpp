@@ -105,24 +105,12 @@ RequestFramer::Step RequestFramer::parseHead(Request& request) {
     if (protocol.substr(0, 5) != "HTTP/") return refuse(400, "malformed protocol");
     protocol.remove_prefix(5);
 
-    // Count the header lines and note the framing ones; each line ends with CRLF, the block with an
-    // empty line.
+    // Count the header lines and note the framing ones in one walk over the block.
     m_lines.clear();
-    std::size_t headerCount = 0;
-    for (std::size_t pos = lineEnd + 2; pos + 2 < head.size();) {
-        const std::size_t next = head.find("\r\n", pos);
-        if (++headerCount > m_limits.maxHeaderCount) return refuse(431, "too many headers");
-        const char first = head[pos];
-        // The reader takes ": x" as a header without a name; no other HTTP reader would.
-        if (first == ':') return refuse(400, "empty header name");
-        if (first == 'c' || first == 'C' || first == 't' || first == 'T') {
-            const std::string_view field = head.substr(pos, next - pos);
-            const std::size_t colon = field.find(':');
-            if (colon != std::string_view::npos)
-                m_lines.note(field.substr(0, colon), field.substr(colon + 1));
-        }
-        pos = next + 2;
-    }
+    const std::size_t headerCount = m_lines.scan(head.substr(lineEnd + 2));
+    // The reader takes ": x" as a header without a name; no other HTTP reader would.
+    if (m_lines.emptyName) return refuse(400, "empty header name");
+    if (headerCount > m_limits.maxHeaderCount) return refuse(431, "too many headers");
 
     Headers headers;
     try {
