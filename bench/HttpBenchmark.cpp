@@ -17,6 +17,7 @@
 #include <Zel/IO/BufferedStream.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Json/Json.h>
+#include <Zel/Net/Http/FramingCheck.h>
 #include <Zel/Net/Http/Reader.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
@@ -379,6 +380,32 @@ void parseResponseHttpParser(benchmark::State& state) {
     finish(state, responseHead.size());
 }
 
+// The head of a GET read as the server reads it: the Reader, plus the walk over the header lines
+// that enforces the cap on their count. With the check, that walk also notes the framing lines and
+// FramingCheck::checkRequest runs; the ratio is what the check costs.
+template <bool withCheck>
+void readHeadZel(benchmark::State& state) {
+    const auto stream = connection(browserGet);
+    const Zel::Net::Http::Reader reader;
+    const Zel::Net::Http::FramingCheck check(1 << 20);
+    Zel::Net::Http::FramingCheck::Lines lines;
+    const std::string_view head = browserGet;
+    const std::string_view block = head.substr(head.find("\r\n") + 2);
+    for (auto _ : state) {
+        Zel::Net::Http::Request request;
+        reader.readRequest(stream, request);
+        lines.clear();
+        const std::size_t count = lines.scan(block, withCheck);
+        benchmark::DoNotOptimize(count);
+        if constexpr (withCheck) {
+            auto verdict = check.checkRequest(request.method(), request.requestUri(), "1.1", request.headers(), lines);
+            benchmark::DoNotOptimize(verdict);
+        }
+        benchmark::DoNotOptimize(request);
+    }
+    finish(state, browserGet.size());
+}
+
 // --- registration and ratios --------------------------------------------------------------------
 
 using Benchmark = void (*)(benchmark::State&);
@@ -405,6 +432,7 @@ const std::vector<Case> cases = {
       {"http-parser", parseResponseHttpParser<true>},
       {"http-parser (callbacks only)", parseResponseHttpParser<false>}}},
     {"WriteResponse1K", {{"Zel", writeZel}, {"Beast", writeBeast}}},
+    {"ReadHeadFramingChecked", {{"Zel", readHeadZel<true>}, {"without the check", readHeadZel<false>}}},
 };
 
 void registerBenchmarks() {

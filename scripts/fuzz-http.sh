@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the HTTP fuzzers with clang (ASan + UBSan) and runs each of them for the given number of
-# seconds (default 30): the request reader, the response reader and the chunked body decoder.
+# seconds (default 30): the request reader, the response reader, the chunked body decoder and the
+# server's connection framing.
 # Exits non-zero on the first crash, leak, timeout or disagreement; the failing input is left in
 # build/fuzz/artifacts-http/.
 #
@@ -20,7 +21,7 @@ esac
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build/fuzz
-targets=(http-request http-response http-chunked)
+targets=(http-request http-response http-chunked http-server)
 
 cmake -S "$root" -B "$build" -G Ninja \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo \
@@ -75,6 +76,7 @@ for target in "${targets[@]}"; do
     fuzzer=$build/fuzz/zel-fuzz-$target
     case $target in
     http-chunked) seeds=$root/fuzz/seeds/chunked ;;
+    http-server) seeds=$root/fuzz/seeds/http-request ;;
     *) seeds=$root/fuzz/seeds/$target ;;
     esac
     if [ ! -d "$seeds" ]; then

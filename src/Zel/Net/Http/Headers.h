@@ -85,6 +85,9 @@ public:
     bool empty() const noexcept { return m_entries.empty(); }
     const_iterator begin() const noexcept;
     const_iterator end() const noexcept;
+    // The headers as a read-only range of (name, value) views, for code that should not change them:
+    //     for (const auto& [name, value] : message.headers().headers()) ...
+    const Headers& headers() const noexcept { return *this; }
     // Room for `headers` headers of `bytes` bytes of names and values together.
     void reserve(std::size_t headers, std::size_t bytes);
 

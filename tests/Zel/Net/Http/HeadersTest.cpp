@@ -197,5 +197,15 @@ TEST(Headers, FromDtoConvertsValuesAndRefusesWhatCannotBeIterated) {
     }
 }
 
+TEST(Headers, HeadersViewListsNamesAndValuesInInsertionOrder) {
+    Headers headers;
+    headers.set("Host", "a").set("content-length", 3).set("Content-Length", 4);
+    std::vector<std::pair<std::string, std::string>> seen;
+    for (const auto& [name, value] : headers.headers())
+        seen.emplace_back(name, value);
+    const std::vector<std::pair<std::string, std::string>> expected{{"Host", "a"}, {"content-length", "4"}};
+    EXPECT_EQ(seen, expected);
+}
+
 } // namespace
 } // namespace Zel::Net::Http
