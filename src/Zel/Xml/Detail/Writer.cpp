@@ -1,0 +1,157 @@
+#include <Zel/Xml/Detail/DocumentData.h>
+#include <array>
+#include <cstdint>
+
+namespace Zel::Xml::Detail {
+namespace {
+
+enum : std::uint8_t { EscapeInText = 1, EscapeInAttribute = 2 };
+
+constexpr std::array<std::uint8_t, 256> makeEscapes() {
+    std::array<std::uint8_t, 256> table{};
+    table['&'] = EscapeInText | EscapeInAttribute;
+    table['<'] = EscapeInText | EscapeInAttribute;
+    // '>' only matters after "]]", but escaping it always is simpler than looking back.
+    table['>'] = EscapeInText;
+    // A CR that survived parsing came from a character reference and must stay one.
+    table['\r'] = EscapeInText | EscapeInAttribute;
+    table['"'] = EscapeInAttribute;
+    // Attribute values are normalised when read: literal tabs and line breaks would become spaces.
+    table['\t'] = EscapeInAttribute;
+    table['\n'] = EscapeInAttribute;
+    return table;
+}
+constexpr std::array<std::uint8_t, 256> escapes = makeEscapes();
+
+void escape(std::string_view text, std::string& out, std::uint8_t context) {
+    std::size_t run = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (!(escapes[static_cast<unsigned char>(c)] & context)) continue;
+        out.append(text.data() + run, i - run);
+        run = i + 1;
+        switch (c) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        case '\r':
+            out += "&#13;";
+            break;
+        case '\t':
+            out += "&#9;";
+            break;
+        default:
+            out += "&#10;";
+            break;
+        }
+    }
+    out.append(text.data() + run, text.size() - run);
+}
+
+class Writer {
+public:
+    Writer(std::string& out, const std::string& indent) : m_out(out), m_indent(indent) {}
+
+    void node(const NodeData& node, std::size_t depth, bool indented) {
+        if (indented) newLine(depth);
+        switch (node.type) {
+        case NodeType::Document:
+            // White space between top-level nodes means nothing, so each gets a line of its own.
+            for (const NodeData* child = node.firstChild; child; child = child->nextSibling)
+                this->node(*child, 0, !m_out.empty());
+            if (!m_indent.empty()) m_out += '\n';
+            break;
+        case NodeType::Element:
+            element(node, depth);
+            break;
+        case NodeType::Text:
+            escape(node.value, m_out, EscapeInText);
+            break;
+        case NodeType::CData: {
+            // "]]>" cannot appear inside one section: split it across two.
+            m_out += "<![CDATA[";
+            std::string_view rest = node.value;
+            for (std::size_t at; (at = rest.find("]]>")) != std::string_view::npos;
+                 rest.remove_prefix(at + 2)) {
+                m_out.append(rest.data(), at + 2);
+                m_out += "]]><![CDATA[";
+            }
+            m_out += rest;
+            m_out += "]]>";
+            break;
+        }
+        case NodeType::Comment:
+            m_out += "<!--";
+            m_out += node.value;
+            m_out += "-->";
+            break;
+        case NodeType::ProcessingInstruction:
+            m_out += "<?";
+            m_out += node.name;
+            if (!node.value.empty()) {
+                m_out += ' ';
+                m_out += node.value;
+            }
+            m_out += "?>";
+            break;
+        case NodeType::Null:
+            break;
+        }
+    }
+
+private:
+    void element(const NodeData& element, std::size_t depth) {
+        m_out += '<';
+        m_out += element.name;
+        for (const AttributeData* attribute = element.firstAttribute; attribute;
+             attribute = attribute->next) {
+            m_out += ' ';
+            m_out += attribute->name;
+            m_out += "=\"";
+            escape(attribute->value, m_out, EscapeInAttribute);
+            m_out += '"';
+        }
+        if (!element.firstChild) {
+            m_out += "/>";
+            return;
+        }
+        m_out += '>';
+        // Indenting inside mixed content would add to its text, so only element-only content is.
+        bool indentChildren = !m_indent.empty();
+        for (const NodeData* child = element.firstChild; child && indentChildren; child = child->nextSibling)
+            indentChildren = child->type != NodeType::Text && child->type != NodeType::CData;
+        for (const NodeData* child = element.firstChild; child; child = child->nextSibling)
+            node(*child, depth + 1, indentChildren);
+        if (indentChildren) newLine(depth);
+        m_out += "</";
+        m_out += element.name;
+        m_out += '>';
+    }
+
+    void newLine(std::size_t depth) {
+        m_out += '\n';
+        for (std::size_t i = 0; i < depth; ++i)
+            m_out += m_indent;
+    }
+
+    std::string& m_out;
+    const std::string& m_indent;
+};
+
+} // namespace
+
+void write(const NodeData& node, std::string& out, const std::string& indent, bool declaration) {
+    if (declaration) out += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+    Writer(out, indent).node(node, 0, false);
+}
+
+} // namespace Zel::Xml::Detail
