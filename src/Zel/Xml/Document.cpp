@@ -11,10 +11,7 @@ Document::Document(Document&& other) noexcept = default;
 Document& Document::operator=(Document&& other) noexcept = default;
 
 Document Document::parse(std::string_view text, const ParseOptions& options) {
-    // Typical markup needs roughly its own size again in nodes; sizing the first block from the
-    // text saves the small blocks a fixed start would go through.
-    const std::size_t firstBlock = std::clamp<std::size_t>(text.size(), 4096, 8 * 1024 * 1024);
-    auto data = std::make_unique<Detail::DocumentData>(firstBlock);
+    auto data = std::make_unique<Detail::DocumentData>();
     Detail::parse(text, *data, options);
     Document document;
     document.m_data = std::move(data);

@@ -12,13 +12,14 @@ namespace Zel::Xml::Detail {
 // allocation per block instead of one per node, and nodes laid out in document order.
 class Arena {
 public:
-    explicit Arena(std::size_t firstBlock = 4096) noexcept : m_nextBlock(firstBlock) {}
+    Arena() noexcept = default;
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
 
+    // Default-initialised, that is not zeroed: the caller sets every field.
     template <class T>
     T* create() {
-        return new (allocate(sizeof(T), alignof(T))) T{};
+        return new (allocate(sizeof(T), alignof(T))) T;
     }
     char* allocateChars(std::size_t size) { return static_cast<char*>(allocate(size, 1)); }
 
@@ -33,20 +34,22 @@ public:
     }
 
 private:
+    // Blocks stay below the size at which malloc turns to mmap: those come back from the heap
+    // already mapped, where fresh large mappings would fault in every page on each parse.
+    static constexpr std::size_t blockSize = 64 * 1024 - 64;
+
     void grow(std::size_t atLeast) {
-        const std::size_t size = std::max(atLeast, m_nextBlock);
+        const std::size_t size = std::max(atLeast, blockSize);
         m_blocks.emplace_back(new char[size]);
         m_block = m_blocks.back().get();
         m_capacity = size;
         m_used = 0;
-        m_nextBlock = std::min<std::size_t>(m_nextBlock * 2, 8 * 1024 * 1024);
     }
 
     std::vector<std::unique_ptr<char[]>> m_blocks;
     char* m_block = nullptr;
     std::size_t m_used = 0;
     std::size_t m_capacity = 0;
-    std::size_t m_nextBlock;
 };
 
 } // namespace Zel::Xml::Detail

@@ -11,8 +11,6 @@
 namespace Zel::Xml::Detail {
 
 struct DocumentData {
-    explicit DocumentData(std::size_t arenaBlock) : arena(arenaBlock) {}
-
     std::unique_ptr<char[]> text; // the copy that names and values point into
     Arena arena;
     NodeData node{};

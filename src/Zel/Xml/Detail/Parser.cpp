@@ -1,6 +1,9 @@
 #include <Zel/Xml/Detail/DocumentData.h>
 #include <Zel/Xml/XmlException.h>
 #include <array>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -56,6 +59,48 @@ inline bool is(char c, std::uint8_t bits) noexcept {
     return (classes[static_cast<unsigned char>(c)] & bits) != 0;
 }
 
+// The text copy ends in this many NUL bytes, so that the scanners below may load 16 bytes at a
+// time without looking where the text ends: a NUL stops them like the byte-wise table does.
+constexpr std::size_t padding = 16;
+
+#if defined(__SSE2__)
+// The first byte from `p` on that is `a`, `b`, `c` or `d` or below 0x20.
+inline const char* findStop(const char* p, char a, char b, char c, char d) noexcept {
+    const __m128i va = _mm_set1_epi8(a), vb = _mm_set1_epi8(b), vc = _mm_set1_epi8(c), vd = _mm_set1_epi8(d);
+    const __m128i control = _mm_set1_epi8(0x1F);
+    for (;; p += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i hit =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, va), _mm_cmpeq_epi8(v, vb)),
+                         _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, vc), _mm_cmpeq_epi8(v, vd)),
+                                      _mm_cmpeq_epi8(_mm_min_epu8(v, control), v)));
+        if (const int mask = _mm_movemask_epi8(hit)) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+}
+#endif
+
+// The next byte of character data that needs a look: < & ] CR NUL or another control character.
+inline char* skipText(char* p) noexcept {
+#if defined(__SSE2__)
+    return const_cast<char*>(findStop(p, '<', '&', ']', '<'));
+#else
+    while (!is(*p, TextStop))
+        ++p;
+    return p;
+#endif
+}
+
+// The next byte of an attribute value that needs a look: either quote, < &, control characters.
+inline char* skipAttributeValue(char* p) noexcept {
+#if defined(__SSE2__)
+    return const_cast<char*>(findStop(p, '"', '\'', '<', '&'));
+#else
+    while (!is(*p, AttributeStop))
+        ++p;
+    return p;
+#endif
+}
+
 bool isXmlChar(std::uint32_t code) noexcept {
     return code == 0x9 || code == 0xA || code == 0xD || (code >= 0x20 && code <= 0xD7FF) ||
            (code >= 0xE000 && code <= 0xFFFD) || (code >= 0x10000 && code <= 0x10FFFF);
@@ -99,10 +144,10 @@ class Parser {
 public:
     Parser(std::string_view source, DocumentData& document, const ParseOptions& options)
         : m_source(source), m_document(document), m_options(options) {
-        char* text = new char[source.size() + 1];
+        char* text = new char[source.size() + padding];
         document.text.reset(text);
         std::memcpy(text, source.data(), source.size());
-        text[source.size()] = '\0';
+        std::memset(text + source.size(), 0, padding);
         m_begin = text;
         m_end = text + source.size();
         m_p = text;
@@ -178,9 +223,11 @@ private:
     }
     // The length of the prefix of a qualified name; refuses names that are not one.
     std::uint32_t prefixLength(std::string_view qualified, const char* at) const {
-        const void* colon = std::memchr(qualified.data(), ':', qualified.size());
-        if (!colon) return 0;
-        const auto length = static_cast<std::size_t>(static_cast<const char*>(colon) - qualified.data());
+        // Names are short: a plain loop beats a call to memchr.
+        std::size_t length = 0;
+        while (length < qualified.size() && qualified[length] != ':')
+            ++length;
+        if (length == qualified.size()) return 0;
         if (length == 0 || length + 1 == qualified.size() ||
             std::memchr(qualified.data() + length + 1, ':', qualified.size() - length - 1) ||
             !is(qualified[length + 1], NameStart))
@@ -230,6 +277,15 @@ private:
     NodeData* append(NodeType type) {
         NodeData* node = m_document.arena.create<NodeData>();
         node->type = type;
+        node->prefixLength = 0;
+        node->name = {};
+        node->value = {};
+        node->namespaceUri = {};
+        node->firstChild = nullptr;
+        node->lastChild = nullptr;
+        node->previousSibling = nullptr;
+        node->nextSibling = nullptr;
+        node->firstAttribute = nullptr;
         node->parent = m_current;
         if (NodeData* last = m_current->lastChild) {
             last->nextSibling = node;
@@ -671,8 +727,7 @@ private:
     void text(char* start) {
         bool decoding = false;
         for (;;) {
-            while (!is(*m_p, TextStop))
-                ++m_p;
+            m_p = skipText(m_p);
             switch (*m_p) {
             case '<':
                 break;
@@ -683,6 +738,10 @@ private:
                 continue;
             case ']':
                 if (m_p[1] == ']' && m_p[2] == '>') fail(m_p, "']]>' in text");
+                ++m_p;
+                continue;
+            case '\n':
+            case '\t':
                 ++m_p;
                 continue;
             default:
@@ -722,10 +781,27 @@ private:
             const char* at = m_p;
             AttributeData* attribute = m_document.arena.create<AttributeData>();
             attribute->name = name();
-            for (const AttributeData* other = element->firstAttribute; other; other = other->next) {
-                if (other->name == attribute->name)
-                    fail(at, "repeated attribute", " | name=" + std::string(attribute->name));
+            attribute->namespaceUri = {};
+            attribute->next = nullptr;
+            attribute->prefixLength = 0;
+            // Elements with dozens of attributes are common in data exports: compare a summary of
+            // each name first, held in one small array, and the names only when summaries match.
+            const std::string_view attributeName = attribute->name;
+            const std::uint32_t summary = static_cast<std::uint32_t>(attributeName.size()) << 16 ^
+                                          static_cast<unsigned char>(attributeName.back()) << 8 ^
+                                          static_cast<unsigned char>(attributeName[attributeName.size() / 2]);
+            if (!last) m_attributeSummaries.clear();
+            for (std::size_t i = 0; i < m_attributeSummaries.size(); ++i) {
+                if (m_attributeSummaries[i] == summary) {
+                    std::size_t index = 0;
+                    for (const AttributeData* other = element->firstAttribute; other;
+                         other = other->next, ++index) {
+                        if (index == i && other->name == attributeName)
+                            fail(at, "repeated attribute", " | name=" + std::string(attributeName));
+                    }
+                }
             }
+            m_attributeSummaries.push_back(summary);
             skipSpace();
             expect('=', "=");
             skipSpace();
@@ -764,8 +840,7 @@ private:
         char* start = ++m_p;
         bool decoding = false;
         for (;;) {
-            while (!is(*m_p, AttributeStop))
-                ++m_p;
+            m_p = skipAttributeValue(m_p);
             const char c = *m_p;
             if (c == quote) break;
             switch (c) {
@@ -877,6 +952,7 @@ private:
     std::vector<std::pair<const NodeData*, std::size_t>> m_scopes;           // element → bindings before it
     std::unordered_map<std::string_view, std::string> m_entities;
     std::vector<std::string_view> m_expanding;
+    std::vector<std::uint32_t> m_attributeSummaries; // of the element being read
     std::size_t m_expanded = 0;
 };
 
