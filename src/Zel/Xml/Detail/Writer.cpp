@@ -73,9 +73,17 @@ public:
         case NodeType::Element:
             element(node, depth);
             break;
-        case NodeType::Text:
-            escape(node.value, m_out, EscapeInText);
+        case NodeType::Text: {
+            std::string_view text = node.value;
+            // Text of white space alone (a parsed "&#32;") would be dropped as indentation when
+            // read again; a reference for its first character keeps it text.
+            if (!text.empty() && text.find_first_not_of(" \t\n") == std::string_view::npos) {
+                m_out += text[0] == ' ' ? "&#32;" : text[0] == '\t' ? "&#9;" : "&#10;";
+                text.remove_prefix(1);
+            }
+            escape(text, m_out, EscapeInText);
             break;
+        }
         case NodeType::CData: {
             // "]]>" cannot appear inside one section: split it across two.
             m_out += "<![CDATA[";
