@@ -216,9 +216,14 @@ private:
     std::string_view name() {
         const char* start = m_p;
         if (!is(*m_p, NameStart)) unexpected(m_p, "name");
+        // Noting a colon on the way spares the namespace code a second pass over most names.
+        bool colon = *m_p == ':';
         ++m_p;
-        while (is(*m_p, NameChar))
+        while (is(*m_p, NameChar)) {
+            colon |= *m_p == ':';
             ++m_p;
+        }
+        m_nameHasColon = colon;
         return {start, static_cast<std::size_t>(m_p - start)};
     }
     // The length of the prefix of a qualified name; refuses names that are not one.
@@ -759,6 +764,7 @@ private:
         const char* start = m_p;
         ++m_p;
         const std::string_view qualified = name();
+        const bool qualifiedHasColon = m_nameHasColon;
         NodeData* element = append(NodeType::Element);
         element->name = qualified;
         AttributeData* last = nullptr;
@@ -781,6 +787,7 @@ private:
             const char* at = m_p;
             AttributeData* attribute = m_document.arena.create<AttributeData>();
             attribute->name = name();
+            const bool attributeHasColon = m_nameHasColon;
             attribute->namespaceUri = {};
             attribute->next = nullptr;
             attribute->prefixLength = 0;
@@ -790,8 +797,16 @@ private:
             const std::uint32_t summary = static_cast<std::uint32_t>(attributeName.size()) << 16 ^
                                           static_cast<unsigned char>(attributeName.back()) << 8 ^
                                           static_cast<unsigned char>(attributeName[attributeName.size() / 2]);
-            if (!last) m_attributeSummaries.clear();
-            for (std::size_t i = 0; i < m_attributeSummaries.size(); ++i) {
+            if (!last) {
+                m_attributeSummaries.clear();
+                m_summaryBits[0] = m_summaryBits[1] = m_summaryBits[2] = m_summaryBits[3] = 0;
+            }
+            // A 256-bit filter of the summaries seen: most attributes need no search at all.
+            std::uint64_t& bits = m_summaryBits[summary >> 6 & 3];
+            const std::uint64_t bit = std::uint64_t{1} << (summary & 63);
+            const bool maybeSeen = (bits & bit) != 0;
+            bits |= bit;
+            for (std::size_t i = 0; maybeSeen && i < m_attributeSummaries.size(); ++i) {
                 if (m_attributeSummaries[i] == summary) {
                     std::size_t index = 0;
                     for (const AttributeData* other = element->firstAttribute; other;
@@ -809,7 +824,7 @@ private:
             if (attribute->name.size() >= 5 && std::memcmp(attribute->name.data(), "xmlns", 5) == 0 &&
                 (attribute->name.size() == 5 || attribute->name[5] == ':'))
                 declares = true;
-            else if (std::memchr(attribute->name.data(), ':', attribute->name.size()))
+            else if (attributeHasColon)
                 prefixed = true;
             if (last)
                 last->next = attribute;
@@ -818,7 +833,7 @@ private:
             last = attribute;
         }
         if (declares) declareNamespaces(element, start);
-        element->prefixLength = prefixLength(qualified, start);
+        element->prefixLength = qualifiedHasColon ? prefixLength(qualified, start) : 0;
         if (element->prefixLength || !m_namespaces.empty()) resolve(element, start);
         if (prefixed) resolveAttributes(element, start);
         if (empty) {
@@ -869,10 +884,18 @@ private:
     void endTag() {
         m_p += 2;
         const char* at = m_p;
-        const std::string_view closing = name();
-        if (closing != m_current->name)
+        // Compared in place against the open element's name: no scan for where the name ends.
+        const std::string_view expected = m_current->name;
+        std::size_t same = 0;
+        while (same < expected.size() && m_p[same] == expected[same])
+            ++same;
+        if (same == expected.size() && !is(m_p[same], NameChar)) {
+            m_p += same;
+        } else {
+            const std::string_view closing = name();
             fail(at, "mismatched end tag",
-                 " | expected=" + std::string(m_current->name) + " | found=" + std::string(closing));
+                 " | expected=" + std::string(expected) + " | found=" + std::string(closing));
+        }
         skipSpace();
         if (*m_p != '>') unexpected(m_p, ">");
         ++m_p;
@@ -953,6 +976,8 @@ private:
     std::unordered_map<std::string_view, std::string> m_entities;
     std::vector<std::string_view> m_expanding;
     std::vector<std::uint32_t> m_attributeSummaries; // of the element being read
+    std::uint64_t m_summaryBits[4] = {};
+    bool m_nameHasColon = false;
     std::size_t m_expanded = 0;
 };
 
