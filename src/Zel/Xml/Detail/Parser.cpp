@@ -257,6 +257,9 @@ private:
             if (!at || static_cast<std::size_t>(m_end - at) < terminator.size())
                 fail(start, std::string("unterminated ") + what);
             if (std::memcmp(at, terminator.data(), terminator.size()) == 0) {
+                for (const char* c = start; c < at; ++c) {
+                    if (static_cast<unsigned char>(*c) < 0x20 && !is(*c, Space)) invalidCharacter(c);
+                }
                 m_p = at + terminator.size();
                 return normaliseLineEnds(start, at);
             }
@@ -521,7 +524,12 @@ private:
                 char utf8[4];
                 const char* next = characterReference(literal + i, literal + raw.size(), utf8, value);
                 i = static_cast<std::size_t>(next - literal);
+            } else if (c == '\r') {
+                // Line ends are normalised here as everywhere else in the document.
+                value += '\n';
+                i += i + 1 < raw.size() && raw[i + 1] == '\n' ? 2 : 1;
             } else {
+                if (static_cast<unsigned char>(c) < 0x20 && !is(c, Space)) invalidCharacter(literal + i);
                 value += c;
                 ++i;
             }
