@@ -12,6 +12,7 @@ namespace Zel::Xml::Detail {
 
 struct DocumentData {
     std::unique_ptr<char[]> text; // the copy that names and values point into
+    std::size_t size = 0;         // of the text parsed
     Arena arena;
     NodeData node{};
 };

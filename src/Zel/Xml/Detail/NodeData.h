@@ -17,7 +17,11 @@ struct AttributeData {
 };
 
 struct NodeData {
+    // Set on an element with a text or CDATA child, so that writing it needs no look at them.
+    static constexpr std::uint8_t hasTextChild = 1;
+
     NodeType type;
+    std::uint8_t flags;
     std::uint32_t prefixLength;
     std::string_view name;
     std::string_view value;

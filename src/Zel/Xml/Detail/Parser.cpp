@@ -146,6 +146,7 @@ public:
         : m_source(source), m_document(document), m_options(options) {
         char* text = new char[source.size() + padding];
         document.text.reset(text);
+        document.size = source.size();
         std::memcpy(text, source.data(), source.size());
         std::memset(text + source.size(), 0, padding);
         m_begin = text;
@@ -285,6 +286,8 @@ private:
     NodeData* append(NodeType type) {
         NodeData* node = m_document.arena.create<NodeData>();
         node->type = type;
+        node->flags = 0;
+        if (type == NodeType::Text || type == NodeType::CData) m_current->flags |= NodeData::hasTextChild;
         node->prefixLength = 0;
         node->name = {};
         node->value = {};

@@ -1,6 +1,8 @@
 #include <Zel/Xml/Detail/DocumentData.h>
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace Zel::Xml::Detail {
 namespace {
@@ -23,7 +25,41 @@ constexpr std::array<std::uint8_t, 256> makeEscapes() {
 }
 constexpr std::array<std::uint8_t, 256> escapes = makeEscapes();
 
-void escape(std::string_view text, std::string& out, std::uint8_t context) {
+// Appends to a string through a raw pointer: std::string's own appends check and update its size
+// on every call, which costs more than the copying for the short pieces markup is made of.
+class Output {
+public:
+    explicit Output(std::string& text) : m_text(text), m_size(text.size()) {
+        m_text.resize(std::max<std::size_t>(m_text.capacity(), 256));
+    }
+    ~Output() { m_text.resize(m_size); }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    Output& operator+=(char c) {
+        if (m_size == m_text.size()) grow(1);
+        m_text.data()[m_size++] = c;
+        return *this;
+    }
+    Output& operator+=(std::string_view text) {
+        append(text.data(), text.size());
+        return *this;
+    }
+    void append(const char* data, std::size_t size) {
+        if (m_text.size() - m_size < size) grow(size);
+        std::memcpy(m_text.data() + m_size, data, size);
+        m_size += size;
+    }
+    bool empty() const noexcept { return m_size == 0; }
+
+private:
+    void grow(std::size_t size) { m_text.resize(std::max(m_text.size() * 2, m_size + size)); }
+
+    std::string& m_text;
+    std::size_t m_size;
+};
+
+void escape(std::string_view text, Output& out, std::uint8_t context) {
     std::size_t run = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -59,7 +95,7 @@ void escape(std::string_view text, std::string& out, std::uint8_t context) {
 
 class Writer {
 public:
-    Writer(std::string& out, const std::string& indent) : m_out(out), m_indent(indent) {}
+    Writer(Output& out, const std::string& indent) : m_out(out), m_indent(indent) {}
 
     void node(const NodeData& node, std::size_t depth, bool indented) {
         if (indented) newLine(depth);
@@ -134,9 +170,7 @@ private:
         }
         m_out += '>';
         // Indenting inside mixed content would add to its text, so only element-only content is.
-        bool indentChildren = !m_indent.empty();
-        for (const NodeData* child = element.firstChild; child && indentChildren; child = child->nextSibling)
-            indentChildren = child->type != NodeType::Text && child->type != NodeType::CData;
+        const bool indentChildren = !m_indent.empty() && !(element.flags & NodeData::hasTextChild);
         for (const NodeData* child = element.firstChild; child; child = child->nextSibling)
             node(*child, depth + 1, indentChildren);
         if (indentChildren) newLine(depth);
@@ -151,15 +185,16 @@ private:
             m_out += m_indent;
     }
 
-    std::string& m_out;
+    Output& m_out;
     const std::string& m_indent;
 };
 
 } // namespace
 
 void write(const NodeData& node, std::string& out, const std::string& indent, bool declaration) {
-    if (declaration) out += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
-    Writer(out, indent).node(node, 0, false);
+    Output output(out);
+    if (declaration) output += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+    Writer(output, indent).node(node, 0, false);
 }
 
 } // namespace Zel::Xml::Detail
