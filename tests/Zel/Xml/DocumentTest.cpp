@@ -170,6 +170,7 @@ TEST(XmlDocument, ExpandsInternalEntitiesWithinTheLimit) {
     EXPECT_EQ(document.root().text(), "Hello, World & A! <Hello, World & A!");
     EXPECT_EQ(document.root().attribute("v").value(), "Hello, World & A!");
     EXPECT_EQ(document.node().firstChild(), document.root()); // the DOCTYPE's comment is not kept
+    EXPECT_FALSE(Document::parse("<!DOCTYPE a [<!ENTITY e \"\">]><a>&e;</a>").root().firstChild());
 
     ParseOptions options;
     options.maxEntityExpansion = 0;

@@ -766,9 +766,11 @@ private:
             }
             break;
         }
-        NodeData* node = append(NodeType::Text);
-        node->value = decoding ? decode(start, m_p, false)
-                               : std::string_view(start, static_cast<std::size_t>(m_p - start));
+        const std::string_view value = decoding
+                                           ? decode(start, m_p, false)
+                                           : std::string_view(start, static_cast<std::size_t>(m_p - start));
+        // Entities may expand to nothing; an empty text node would not survive writing.
+        if (!value.empty()) append(NodeType::Text)->value = value;
     }
 
     void startTag() {
