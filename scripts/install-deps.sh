@@ -19,7 +19,7 @@ for group in "${groups[@]}"; do
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     bench) packages+=("${database[@]}" libsqlite3-dev libsqliteodbc libbenchmark-dev nlohmann-json3-dev rapidjson-dev
                       libsimdjson-dev libboost1.81-dev libboost-json1.81-dev libpoco-dev libspdlog-dev libhttp-parser-dev
-                      wrk libcpp-httplib-dev) ;;
+                      wrk libcpp-httplib-dev libpugixml-dev) ;;
     *) echo "install-deps: unknown group '$group' (build, test, fuzz, bench)" >&2; exit 2 ;;
     esac
 done

@@ -2,7 +2,7 @@
 # Builds and runs every test: the suite in release and under AddressSanitizer + UBSan (the
 # end-to-end tests drive the real zel-host with the example plug-in), the installed package from a
 # consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default 60) and each HTTP target for
-# HTTP_FUZZ_SECONDS (default 30),
+# HTTP_FUZZ_SECONDS (default 30), XML and CSV each for TEXT_FUZZ_SECONDS (default 20),
 # under FUZZ_SEED (default 1); 0 seconds skips them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -63,5 +63,10 @@ seconds=${HTTP_FUZZ_SECONDS:-30}
 if [ "$seconds" -gt 0 ]; then
     echo "== fuzz HTTP: $seconds s per target"
     scripts/fuzz-http.sh "$seconds"
+fi
+seconds=${TEXT_FUZZ_SECONDS:-20}
+if [ "$seconds" -gt 0 ]; then
+    echo "== fuzz XML and CSV: $seconds s per target"
+    scripts/fuzz-text.sh "$seconds"
 fi
 echo "All tests passed."
