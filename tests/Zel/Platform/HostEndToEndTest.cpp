@@ -2,6 +2,7 @@
 
 #include <Zel/Json/Json.h>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -24,8 +25,10 @@ HostRun runHost(const std::string& arguments, const std::string& input = {}) {
     const std::string inputFile = prefix + "-input.txt";
     const std::string errorFile = prefix + "-errors.txt";
     std::ofstream(inputFile) << input;
-    const std::string command =
-        std::string(ZEL_HOST_PATH) + " " + arguments + " <" + inputFile + " 2>" + errorFile;
+    // Each run on a database of its own, gone afterwards.
+    const std::string data = prefix + "-data";
+    const std::string command = std::string(ZEL_HOST_PATH) + " " + arguments + " --data " + data + " <" +
+                                inputFile + " 2>" + errorFile;
     HostRun run;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
@@ -43,6 +46,7 @@ HostRun runHost(const std::string& arguments, const std::string& input = {}) {
     run.errors = errors.str();
     std::remove(inputFile.c_str());
     std::remove(errorFile.c_str());
+    std::filesystem::remove_all(data);
     return run;
 }
 
@@ -81,7 +85,8 @@ Notes.stats {}
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_EQ(run.lines[i + 1], expected[i]) << "line " << i + 1;
     // The plug-in's log reached the host's console through the callback.
-    EXPECT_NE(run.errors.find("[Info] Note added | id=1 | source=NotesService.cpp:"), std::string::npos)
+    EXPECT_NE(run.errors.find("[Info] Notes: Note added | id=1 | source=NotesService.cpp:"),
+              std::string::npos)
         << run.errors;
 }
 
@@ -102,15 +107,16 @@ TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
         {"/nonexistent/zel-notes.so", "", 2,
          "zel-host: cannot load plug-in module /nonexistent/zel-notes.so: "},
         {ZEL_LIBRARY_PATH, "", 2, " is not a Zel plug-in module: it does not export zelPluginInit"},
-        {"", "", 2, "zel-host: no plug-in module given"},
         {module + " --bogus", "", 2, "zel-host: unknown option --bogus"},
         {module + " --init '[1]'", "", 2, "zel-host: bad --init document: "},
         {module, "Notes.add {\"text\":\n", 1,
          "zel-host: malformed JSON params for Notes.add: Unexpected end"},
         {module, "Notes.add {\"text\":x}\n", 1,
          "zel-host: malformed JSON params for Notes.add: Invalid character #120 at 8"},
-        {module, "DataStore.getKey {}\n", 1,
-         "zel-host: unknown service 'DataStore' (the plug-in has: Callbacks_Notes, Notes)"},
+        {module, "Nope.get {}\n", 1,
+         "zel-host: unknown service 'Nope' (known: Callbacks_Notes, DataStore, Events, Messages, Notes, "
+         "PlatformLog, "
+         "ServiceRegistry, Tasks)"},
         {module, "Notes\n", 1, "zel-host: expected SERVICE.OPERATION, got 'Notes'"},
     };
     for (const auto& c : cases) {
