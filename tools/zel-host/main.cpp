@@ -15,6 +15,7 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -28,7 +29,8 @@ initialises each and prints its init reply, runs the calls and de-initialises th
 order. Without --call, calls are read from standard input, one per line:
     SERVICE.OPERATION [JSON]
 (empty lines and lines starting with # are skipped; a line starting with & runs on the host's pool
-of threads, concurrently with the next ones, its reply still printed in the order of the lines).
+of threads, concurrently with the next ones, its reply still printed in the order of the lines;
+"wait MS" pauses the session, for tasks the plug-ins left with the host).
 A call may name a service of any plug-in or of the host (DataStore, Events, Messages, PlatformLog,
 ServiceRegistry, Tasks). Each reply is printed as one line of JSON.
 
@@ -239,6 +241,12 @@ int run(const Options& options) {
             while (std::getline(std::cin, line)) {
                 try {
                     std::string text = trim(line);
+                    if (text.starts_with("wait ")) {
+                        // A pause in a scripted session, for work the host does later (tasks).
+                        session.drain();
+                        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(text.substr(5))));
+                        continue;
+                    }
                     const bool concurrently = text.starts_with("&");
                     if (concurrently) text = text.substr(1);
                     if (const auto call = parseLine(text))
