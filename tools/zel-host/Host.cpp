@@ -1,5 +1,6 @@
 #include "Host.h"
 
+#include "CacheService.h"
 #include "Caller.h"
 #include "DataStoreService.h"
 #include "Database.h"
@@ -96,7 +97,8 @@ Host::Host(const Settings& settings) : m_settings(settings) {
             std::make_shared<MessagesService>(m_database),
             std::make_shared<PlatformLogService>(m_logFile),
             m_registry,
-            m_tasks};
+            m_tasks,
+            std::make_shared<CacheService>(m_settings.cacheCapacity, m_settings.cacheTimeToLive)};
         for (const auto& service : services) {
             m_services.emplace(service->reference(), service);
             m_registry->enter(service->reference(), service->interfaces());

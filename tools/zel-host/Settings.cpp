@@ -34,6 +34,11 @@ Settings Settings::read(const Zel::Config::Configuration& config) {
     settings.transactionIdleTimeout =
         std::chrono::milliseconds(static_cast<std::int64_t>(idleSeconds * 1000));
     settings.threads = static_cast<std::size_t>(positive(config, "threads", 4, 256));
+    settings.cacheCapacity =
+        static_cast<std::size_t>(positive(config, "cache.capacity", 10000, std::int64_t(1) << 32));
+    const std::int64_t timeToLive = config.getInt("cache.defaultTtlMs", 0);
+    if (timeToLive < 0) config.fail("cache.defaultTtlMs", "out of range | expected=0 or more");
+    settings.cacheTimeToLive = std::chrono::milliseconds(timeToLive);
     settings.logFile = config.getString("log.file", "");
     settings.logMaxBytes =
         static_cast<std::uint64_t>(positive(config, "log.maxBytes", 1024 * 1024, std::int64_t(1) << 40));

@@ -25,7 +25,9 @@ struct Settings {
     std::size_t maxConnections = 16;
     std::chrono::milliseconds transactionIdleTimeout = std::chrono::seconds(60);
     std::size_t threads = 4;
-    std::string logFile; // empty: <data directory>/zel-host.log
+    std::size_t cacheCapacity = 10000;
+    std::chrono::milliseconds cacheTimeToLive{0}; // 0: entries do not expire
+    std::string logFile;                          // empty: <data directory>/zel-host.log
     std::uint64_t logMaxBytes = 1024 * 1024;
     std::size_t logKeptFiles = 3;
     std::map<std::string, int> taskQueues = {{"default", 2}}; // name -> threads

@@ -114,7 +114,8 @@ TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
         {module, "Notes.add {\"text\":x}\n", 1,
          "zel-host: malformed JSON params for Notes.add: Invalid character #120 at 8"},
         {module, "Nope.get {}\n", 1,
-         "zel-host: unknown service 'Nope' (known: Callbacks_Notes, DataStore, Events, Messages, Notes, "
+         "zel-host: unknown service 'Nope' (known: Cache, Callbacks_Notes, DataStore, Events, Messages, "
+         "Notes, "
          "PlatformLog, "
          "ServiceRegistry, Tasks)"},
         {module, "Notes\n", 1, "zel-host: expected SERVICE.OPERATION, got 'Notes'"},

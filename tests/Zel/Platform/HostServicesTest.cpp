@@ -52,7 +52,7 @@ std::string viaB(const std::string& service, const std::string& operation, const
 
 TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
     HostProcess host({ZEL_PROBE_MODULE_PATH, path("probe-b.so"), "--data", path("data"), "--set",
-                      "dataStore.transactionIdleSeconds=0.3"},
+                      "dataStore.transactionIdleSeconds=0.3", "--set", "cache.capacity=3"},
                      {}, path("errors.txt"));
     ASSERT_EQ(Zel::Json::parse(host.readLine())["data"]["name"], Zel::Variant("zel-probe")) << errors();
     ASSERT_EQ(Zel::Json::parse(host.readLine())["data"]["name"], Zel::Variant("probe-b")) << errors();
@@ -111,11 +111,27 @@ TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
         {R"(Messages.send {"channel":"ops","text":"hello","data":{"n":1}})", R"({"data":1,"result":0})"},
         {R"(Messages.list {"channel":"ops"})",
          R"({"data":[{"data":{"n":1},"id":1,"text":"hello"}],"result":0})"},
+        // The cache: least recently used out at capacity 3, time to live, counters.
+        {R"(Cache.set {"key":"c1","value":[1]})", R"({"result":0})"},
+        {R"(Cache.set {"key":"c2","value":2,"ttlMs":60000})", R"({"result":0})"},
+        {R"(Cache.set {"key":"c3","value":3})", R"({"result":0})"},
+        {R"(Cache.get {"key":"c1"})", R"({"data":[1],"result":0})"},
+        {R"(Cache.set {"key":"c4","value":4})", R"({"result":0})"},
+        {R"(Cache.get {"key":"c2"})", R"({"data":null,"result":0})"},
+        {R"(Cache.set {"key":"c5","value":5,"ttlMs":-1})",
+         error("Bad parameter | name=ttlMs", "badRequest", "Cache", "set")},
+        {R"(Cache.set {"key":"c5","value":5,"ttlMs":1})", R"({"result":0})"},
     };
     for (const auto& step : script) {
         SCOPED_TRACE(step.call);
         EXPECT_EQ(host.call(step.call), step.reply) << errors();
     }
+    // Past its time to live of 1 ms: the sleep only makes sure that much time has gone by.
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(host.call(R"(Cache.get {"key":"c5"})"), R"({"data":null,"result":0})");
+    EXPECT_EQ(
+        host.call(R"(Cache.metrics {})"),
+        R"({"data":{"capacity":3,"evictions":2,"expirations":1,"hits":1,"misses":2,"size":2},"result":0})");
     for (const std::string& report : {"zel-host: plug-in module " + path("probe-b.so") +
                                           " returned a malformed reply to probe-b.malformed",
                                       "zel-host: plug-in module " + path("probe-b.so") +
