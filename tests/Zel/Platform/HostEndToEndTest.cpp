@@ -1,4 +1,6 @@
-// Drives the real zel-host process with the real example module, as a user would.
+// Drives the real zel-host process with the real example modules, as a user would.
+
+#include "HostProcess.h"
 
 #include <Zel/Json/Json.h>
 #include <cstdio>
@@ -8,6 +10,7 @@
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -128,4 +131,44 @@ TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
         for (const std::string& line : run.lines)
             EXPECT_NO_THROW(Zel::Json::parse(line)) << line;
     }
+}
+
+TEST(HostEndToEndTest, ReminderFiresIntoNotesThroughTheHostAndSurvivesARestart) {
+    const std::string data = ::testing::TempDir() + "zel-host-reminders-" + std::to_string(getpid());
+    std::filesystem::remove_all(data);
+    const std::vector<std::string> arguments = {module, ZEL_REMINDERS_MODULE_PATH, "--data", data};
+    const std::string note = R"({"id":1,"tags":[],"text":"Reminder: water the plants"})";
+    const auto waitForNote = [&](HostProcess& host) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (host.call("Notes.list") != R"({"data":[)" + note + R"(],"result":0})") {
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the reminder never became a note";
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        EXPECT_EQ(host.call("Reminders.pending"), R"({"data":[],"result":0})");
+    };
+    {
+        HostProcess host(arguments);
+        host.readLine();
+        host.readLine();
+        EXPECT_EQ(host.call(R"(Reminders.add {"text":"water the plants","delayMs":0})"),
+                  R"({"data":{"id":1,"notesService":"Notes"},"result":0})");
+        waitForNote(host);
+        // Due in an hour: still pending when this host goes.
+        EXPECT_EQ(host.call(R"(Reminders.add {"text":"later","delayMs":3600000})"),
+                  R"({"data":{"id":2,"notesService":"Notes"},"result":0})");
+        EXPECT_EQ(host.finish(), 0);
+    }
+    HostProcess host(arguments);
+    host.readLine();
+    host.readLine();
+    // The first call of the next run schedules what is pending again, due at once.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (host.call("Reminders.pending") != R"({"data":[],"result":0})") {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the pending reminder never fired";
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(host.call("Notes.get {\"id\":2}"),
+              R"({"data":{"id":2,"tags":[],"text":"Reminder: later"},"result":0})");
+    EXPECT_EQ(host.finish(), 0);
+    std::filesystem::remove_all(data);
 }

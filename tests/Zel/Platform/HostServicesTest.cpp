@@ -51,9 +51,9 @@ std::string viaB(const std::string& service, const std::string& operation, const
 } // namespace
 
 TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
-    HostProcess host({ZEL_PROBE_MODULE_PATH, path("probe-b.so"), "--data", path("data"), "--set",
-                      "dataStore.transactionIdleSeconds=0.3", "--set", "cache.capacity=3"},
-                     {}, path("errors.txt"));
+    HostProcess host(
+        {ZEL_PROBE_MODULE_PATH, path("probe-b.so"), "--data", path("data"), "--set", "cache.capacity=3"}, {},
+        path("errors.txt"));
     ASSERT_EQ(Zel::Json::parse(host.readLine())["data"]["name"], Zel::Variant("zel-probe")) << errors();
     ASSERT_EQ(Zel::Json::parse(host.readLine())["data"]["name"], Zel::Variant("probe-b")) << errors();
 
@@ -108,6 +108,9 @@ TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
         {viaA("probe-b", "malformed", "{}"),
          error("The plug-in returned a malformed reply | module=" + path("probe-b.so"), "badReply", "probe-b",
                "malformed")},
+        {R"(PlatformLog.log {"level":"Notice","message":"into the log file"})", R"({"result":0})"},
+        {R"(PlatformLog.log {"level":"Loud","message":"x"})",
+         error("Bad parameter | name=level", "badRequest", "PlatformLog", "log")},
         {R"(Messages.send {"channel":"ops","text":"hello","data":{"n":1}})", R"({"data":1,"result":0})"},
         {R"(Messages.list {"channel":"ops"})",
          R"({"data":[{"data":{"n":1},"id":1,"text":"hello"}],"result":0})"},
@@ -151,28 +154,41 @@ TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 
-    // A transaction left idle is rolled back by the host.
+    // A transaction left open at exit is rolled back.
     EXPECT_EQ(host.call(viaB("DataStore", "beginTransaction", "{}")), R"({"data":3,"result":0})");
-    EXPECT_EQ(host.call(viaB("DataStore", "setKey", R"({"key":"idle","value":1,"transactionId":3})")),
-              R"({"data":null,"result":0})");
-    while (host.call("DataStore.openTransactions {}") != R"({"data":0,"result":0})") {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the idle transaction stayed";
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    EXPECT_EQ(host.call(viaB("DataStore", "getKey", R"({"key":"idle","transactionId":3})")),
-              error("Unknown transaction | transactionId=3", "unknownTransaction", "DataStore", "getKey"));
-    // And one left open at exit too: the next run finds neither.
-    EXPECT_EQ(host.call(viaB("DataStore", "beginTransaction", "{}")), R"({"data":4,"result":0})");
-    EXPECT_EQ(host.call(viaB("DataStore", "setKey", R"({"key":"open","value":1,"transactionId":4})")),
+    EXPECT_EQ(host.call(viaB("DataStore", "setKey", R"({"key":"open","value":1,"transactionId":3})")),
               R"({"data":null,"result":0})");
     std::vector<std::string> rest;
     EXPECT_EQ(host.finish(&rest), 0) << errors();
     EXPECT_EQ(rest, (std::vector<std::string>{R"({"result":0})", R"({"result":0})"}));
 
+    std::stringstream log;
+    log << std::ifstream(path("data") + "/zel-host.log").rdbuf();
+    EXPECT_NE(log.str().find("into the log file"), std::string::npos) << log.str();
+
     HostProcess again({"--data", path("data")});
     EXPECT_EQ(again.call(R"(DataStore.listKeys {})"), R"({"data":["a/1","fired"],"result":0})");
     EXPECT_EQ(again.call(R"(Messages.list {"channel":"ops"})"),
               R"({"data":[{"data":{"n":1},"id":1,"text":"hello"}],"result":0})");
+    EXPECT_EQ(again.finish(), 0);
+}
+
+TEST_F(HostServicesTest, AnIdleTransactionIsRolledBack) {
+    HostProcess host(
+        {ZEL_PROBE_MODULE_PATH, "--data", path("data"), "--set", "dataStore.transactionIdleSeconds=0.2"}, {},
+        path("errors.txt"));
+    host.readLine();
+    EXPECT_EQ(host.call(viaA("DataStore", "beginTransaction", "{}")), R"({"data":1,"result":0})");
+    EXPECT_EQ(host.call(viaA("DataStore", "setKey", R"({"key":"idle","value":1,"transactionId":1})")),
+              R"({"data":null,"result":0})");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (host.call("DataStore.openTransactions {}") != R"({"data":0,"result":0})") {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the idle transaction stayed";
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(host.call(viaA("DataStore", "getKey", R"({"key":"idle","transactionId":1})")),
+              error("Unknown transaction | transactionId=1", "unknownTransaction", "DataStore", "getKey"));
+    EXPECT_EQ(host.call(R"(DataStore.getKey {"key":"idle"})"), R"({"data":null,"result":0})");
 }
 
 TEST_F(HostServicesTest, BadConfigurationAndModulesAreReportedByName) {
