@@ -37,6 +37,9 @@ void NotesService::connect() {
     std::call_once(m_connected, [this] {
         auto& plugin = static_cast<Zel::Platform::Plugin&>(this->plugin());
         m_store = plugin.create<Zel::Platform::DataStoreProxy>();
+        // The store outlives this process: go on after the last note a previous run left.
+        if (const auto keys = m_store->listKeys("notes/"); !keys.empty())
+            m_nextId = std::stoll(keys.back().substr(6)) + 1;
         m_events = plugin.create<Zel::Platform::EventsProxy>();
         m_log = plugin.create<Zel::Log::ILog>();
         const auto callback = plugin.callbacks()->add([this](const Zel::Variant&) { ++m_addedEvents; });

@@ -1,22 +1,19 @@
 #pragma once
 
+#include "Database.h"
+
 #include <Zel/Platform/Service.h>
-#include <cstdint>
-#include <map>
-#include <mutex>
-#include <string>
+#include <memory>
 
 namespace ZelHost {
 
-// "Messages": texts posted to named channels, shown on the console and kept for "list".
+// "Messages": texts posted to named channels, shown on the console and kept in the host's database.
 class MessagesService : public Zel::Platform::Service {
 public:
-    MessagesService();
+    explicit MessagesService(std::shared_ptr<Database> database);
 
 private:
-    std::mutex m_mutex;
-    std::map<std::string, Zel::Variant> m_channels;
-    std::int64_t m_nextId = 1;
+    std::shared_ptr<Database> m_database;
 };
 
 } // namespace ZelHost

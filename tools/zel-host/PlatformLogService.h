@@ -1,17 +1,20 @@
 #pragma once
 
+#include <Zel/Log/ILog.h>
 #include <Zel/Platform/Service.h>
+#include <memory>
 #include <mutex>
 
 namespace ZelHost {
 
-// "PlatformLog": the plug-in's log records, one line each on standard error, so that standard
-// output carries only replies.
+// "PlatformLog": the plug-ins' log records, one line each on standard error, so that standard
+// output carries only replies, and into the host's log file (which rotates by size) when given one.
 class PlatformLogService : public Zel::Platform::Service {
 public:
-    PlatformLogService();
+    explicit PlatformLogService(std::shared_ptr<Zel::Log::ILog> file);
 
 private:
+    std::shared_ptr<Zel::Log::ILog> m_file;
     std::mutex m_mutex;
 };
 

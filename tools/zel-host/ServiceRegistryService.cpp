@@ -35,4 +35,9 @@ void ServiceRegistryService::enter(const std::string& reference, const Zel::Vari
     m_interfaces.insert_or_assign(reference, interfaces);
 }
 
+void ServiceRegistryService::remove(const std::string& reference) {
+    const std::lock_guard lock(m_mutex);
+    m_interfaces.erase(reference);
+}
+
 } // namespace ZelHost

@@ -9,12 +9,13 @@
 namespace ZelHost {
 
 // "ServiceRegistry": which service declares which interfaces. The host enters the services of the
-// plug-in's init reply and its own.
+// plug-ins' init replies and its own, and takes a plug-in's out when it goes.
 class ServiceRegistryService : public Zel::Platform::Service {
 public:
     ServiceRegistryService();
 
     void enter(const std::string& reference, const Zel::Variant& interfaces);
+    void remove(const std::string& reference);
 
 private:
     std::mutex m_mutex;

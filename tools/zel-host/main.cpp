@@ -1,35 +1,49 @@
-// zel-host: the reference host. Loads a plug-in module, initialises it, runs calls and
-// de-initialises it; every reply is printed as one JSON line on standard output, everything else
-// (the plug-in's log, messages, errors) goes to standard error.
+// zel-host: the reference host. Reads its configuration, opens its database, loads and initialises
+// the plug-in modules, runs calls and de-initialises them; every reply is printed as one JSON line on
+// standard output, everything else (the plug-ins' log, messages, errors) goes to standard error.
 
 #include "Host.h"
-#include "PluginLibrary.h"
+#include "Settings.h"
 
+#include <Zel/Config/ConfigException.h>
+#include <Zel/Config/Configuration.h>
 #include <Zel/GenericException.h>
 #include <Zel/Json/Json.h>
 #include <cstring>
+#include <deque>
+#include <future>
 #include <iostream>
 #include <optional>
-#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
 
 constexpr const char* usage =
-    R"(usage: zel-host MODULE [--init JSON] [--echo] [--call SERVICE.OPERATION [JSON]]...
+    R"(usage: zel-host [MODULE]... [--config FILE] [--data DIR] [--set PATH=VALUE]... [--init JSON]
+                [--echo] [--call SERVICE.OPERATION [JSON]]...
 
-Loads the plug-in module MODULE, initialises it and prints its init reply, runs the calls and
-de-initialises it. Without --call, calls are read from standard input, one per line:
+Opens the host's database, loads the plug-in modules of the configuration and then the MODULEs,
+initialises each and prints its init reply, runs the calls and de-initialises the plug-ins in reverse
+order. Without --call, calls are read from standard input, one per line:
     SERVICE.OPERATION [JSON]
-(empty lines and lines starting with # are skipped). Each reply is printed as one line of JSON.
+(empty lines and lines starting with # are skipped; a line starting with & runs on the host's pool
+of threads, concurrently with the next ones, its reply still printed in the order of the lines;
+"wait MS" pauses the session, for tasks the plug-ins left with the host).
+A call may name a service of any plug-in or of the host (DataStore, Events, Messages, PlatformLog,
+ServiceRegistry, Tasks). Each reply is printed as one line of JSON.
 
-  --init JSON   extra members for the init document (a JSON object)
-  --echo        print each call on standard error before its reply
-  --call S.O J  call operation O of service S with params J (default {}); repeatable
+  --config FILE     the configuration, a JSON file (see the README); ZEL_... variables override it
+  --data DIR        the data directory: embedded database and log (default ./zel-data)
+  --set PATH=VALUE  one setting by dotted path, over the file and the environment; repeatable
+  --init JSON       extra members for the init document of the MODULEs given here (a JSON object)
+  --echo            print each call on standard error before its reply
+  --call S.O J      call operation O of service S with params J (default {}); repeatable
 
 Exit status: 0 when every call was made, 1 when input was bad (malformed call or JSON, unknown
-service) or init failed, 2 when the module could not be loaded or the command line is wrong.
+service) or a plug-in failed to load or init, 2 when the configuration or the command line is
+wrong, the database cannot be opened or no module given could be loaded.
 )";
 
 struct Call {
@@ -39,7 +53,10 @@ struct Call {
 };
 
 struct Options {
-    std::string module;
+    std::vector<std::string> modules;
+    std::string configFile;
+    std::optional<std::string> dataDirectory;
+    std::vector<std::string> settings;
     std::string initExtra;
     bool echo = false;
     std::vector<Call> calls;
@@ -71,6 +88,12 @@ Options parseOptions(int argc, char** argv) {
             std::exit(0);
         } else if (argument == "--init") {
             options.initExtra = value();
+        } else if (argument == "--config") {
+            options.configFile = value();
+        } else if (argument == "--data") {
+            options.dataDirectory = value();
+        } else if (argument == "--set") {
+            options.settings.push_back(value());
         } else if (argument == "--echo") {
             options.echo = true;
         } else if (argument == "--call") {
@@ -81,13 +104,10 @@ Options parseOptions(int argc, char** argv) {
             options.interactive = false;
         } else if (argument.starts_with("-")) {
             throw UsageError("unknown option " + argument);
-        } else if (options.module.empty()) {
-            options.module = argument;
         } else {
-            throw UsageError("unexpected argument " + argument);
+            options.modules.push_back(argument);
         }
     }
-    if (options.module.empty()) throw UsageError("no plug-in module given");
     return options;
 }
 
@@ -112,19 +132,19 @@ std::optional<Call> parseLine(const std::string& line) {
 
 class Session {
 public:
-    Session(const Options& options, const ZelHost::PluginLibrary& plugin, std::set<std::string> services)
-        : m_options(options), m_plugin(plugin), m_services(std::move(services)) {}
+    Session(const Options& options, ZelHost::Host& host) : m_options(options), m_host(host) {}
+    ~Session() { drain(); }
 
     // False when the call was refused as bad input.
-    bool run(const Call& call) {
+    bool run(const Call& call, bool concurrently) {
         if (m_options.echo)
-            std::cerr << "> " << call.service << '.' << call.operation << ' ' << call.params << '\n';
-        if (!m_services.contains(call.service)) {
+            std::cerr << "> " << (concurrently ? "& " : "") << call.service << '.' << call.operation << ' '
+                      << call.params << '\n';
+        if (!m_host.knows(call.service)) {
             std::string known;
-            for (const auto& name : m_services)
+            for (const auto& name : m_host.serviceNames())
                 known += (known.empty() ? "" : ", ") + name;
-            std::cerr << "zel-host: unknown service '" << call.service << "' (the plug-in has: " << known
-                      << ")\n";
+            std::cerr << "zel-host: unknown service '" << call.service << "' (known: " << known << ")\n";
             return false;
         }
         try {
@@ -134,76 +154,113 @@ public:
                       << ": " << error.what() << '\n';
             return false;
         }
-        std::cout << m_plugin.call(call.service, call.operation, call.params) << std::endl;
+        if (concurrently) {
+            auto reply = std::make_shared<std::promise<std::string>>();
+            m_pending.push_back(reply->get_future());
+            m_host.post([this, call, reply] {
+                reply->set_value(m_host.call(call.service, call.operation, call.params));
+            });
+            return true;
+        }
+        drain();
+        std::cout << m_host.call(call.service, call.operation, call.params) << std::endl;
         return true;
+    }
+
+    // Prints the replies of the concurrent calls still out, in the order they were made.
+    void drain() {
+        for (; !m_pending.empty(); m_pending.pop_front())
+            std::cout << m_pending.front().get() << std::endl;
     }
 
 private:
     const Options& m_options;
-    const ZelHost::PluginLibrary& m_plugin;
-    std::set<std::string> m_services;
+    ZelHost::Host& m_host;
+    std::deque<std::future<std::string>> m_pending;
 };
 
-std::set<std::string> servicesOf(const Zel::Variant& initReply) {
-    std::set<std::string> services;
-    const Zel::Variant& list = initReply["data"]["services"];
-    for (const auto& entry : list)
-        services.insert(static_cast<std::string>(entry.value()["reference"]));
-    return services;
+Zel::Config::Configuration configuration(const Options& options) {
+    Zel::Config::Configuration config;
+    if (!options.configFile.empty()) config.addFile(options.configFile);
+    config.addEnvironment("ZEL_");
+    for (const std::string& setting : options.settings)
+        config.setArgument(setting);
+    if (options.dataDirectory)
+        config.set("dataDirectory", Zel::Variant(*options.dataDirectory).toJson(), "--data");
+    return config;
 }
 
 int run(const Options& options) {
-    ZelHost::Host host;
-    std::optional<ZelHost::PluginLibrary> plugin;
+    ZelHost::Settings settings;
+    std::vector<ZelHost::Settings::PluginModule> modules;
     try {
-        plugin.emplace(options.module);
-    } catch (const std::exception& error) {
+        settings = ZelHost::Settings::read(configuration(options));
+        modules = settings.plugins;
+        Zel::Variant extra =
+            options.initExtra.empty() ? Zel::Variant::makeMap() : Zel::Json::parse(options.initExtra);
+        if (!extra.isMap()) throw Zel::GenericException("the init document must be a JSON object");
+        for (const std::string& module : options.modules)
+            modules.push_back({module, extra});
+    } catch (const Zel::Config::ConfigException& error) {
         std::cerr << "zel-host: " << error.what() << '\n';
         return 2;
-    }
-    host.attach(&*plugin);
-
-    std::string document;
-    try {
-        document = host.initDocument(options.initExtra);
     } catch (const std::exception& error) {
         std::cerr << "zel-host: bad --init document: " << error.what() << '\n';
         return 2;
     }
-    const std::string initReply = plugin->init(document);
-    std::cout << initReply << std::endl;
 
-    std::set<std::string> services;
+    std::optional<ZelHost::Host> host;
     try {
-        const Zel::Variant reply = Zel::Json::parse(initReply);
-        if (static_cast<std::int64_t>(reply["result"]) != 0)
-            throw std::runtime_error("the plug-in refused init");
-        services = servicesOf(reply);
-        host.registerServices(reply);
+        host.emplace(settings);
     } catch (const std::exception& error) {
-        std::cerr << "zel-host: init failed: " << error.what() << '\n';
-        return 1;
+        std::cerr << "zel-host: cannot start: " << error.what() << '\n';
+        return 2;
     }
 
-    Session session(options, *plugin, std::move(services));
-    bool allGood = true;
-    if (!options.interactive) {
-        for (const Call& call : options.calls)
-            allGood = session.run(call) && allGood;
-    } else {
-        std::string line;
-        while (std::getline(std::cin, line)) {
-            try {
-                if (const auto call = parseLine(line)) allGood = session.run(*call) && allGood;
-            } catch (const std::exception& error) {
-                std::cerr << "zel-host: " << error.what() << '\n';
-                allGood = false;
+    // A module that fails is reported and left out; the others go on.
+    std::size_t failed = 0;
+    for (const auto& module : modules) {
+        std::string initReply;
+        const std::string failure = host->load(module, initReply);
+        if (!initReply.empty()) std::cout << initReply << std::endl;
+        if (!failure.empty()) {
+            std::cerr << "zel-host: " << failure << '\n';
+            ++failed;
+        }
+    }
+    if (failed > 0 && failed == modules.size()) return 2;
+
+    bool allGood = failed == 0;
+    {
+        Session session(options, *host);
+        if (!options.interactive) {
+            for (const Call& call : options.calls)
+                allGood = session.run(call, false) && allGood;
+        } else {
+            std::string line;
+            while (std::getline(std::cin, line)) {
+                try {
+                    std::string text = trim(line);
+                    if (text.starts_with("wait ")) {
+                        // A pause in a scripted session, for work the host does later (tasks).
+                        session.drain();
+                        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(text.substr(5))));
+                        continue;
+                    }
+                    const bool concurrently = text.starts_with("&");
+                    if (concurrently) text = text.substr(1);
+                    if (const auto call = parseLine(text))
+                        allGood = session.run(*call, concurrently) && allGood;
+                } catch (const std::exception& error) {
+                    std::cerr << "zel-host: " << error.what() << '\n';
+                    allGood = false;
+                }
             }
         }
     }
 
-    std::cout << plugin->deinit() << std::endl;
-    host.attach(nullptr);
+    for (const std::string& reply : host->unloadAll())
+        std::cout << reply << std::endl;
     return allGood ? 0 : 1;
 }
 

@@ -1,12 +1,16 @@
-// Drives the real zel-host process with the real example module, as a user would.
+// Drives the real zel-host process with the real example modules, as a user would.
+
+#include "HostProcess.h"
 
 #include <Zel/Json/Json.h>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -24,8 +28,10 @@ HostRun runHost(const std::string& arguments, const std::string& input = {}) {
     const std::string inputFile = prefix + "-input.txt";
     const std::string errorFile = prefix + "-errors.txt";
     std::ofstream(inputFile) << input;
-    const std::string command =
-        std::string(ZEL_HOST_PATH) + " " + arguments + " <" + inputFile + " 2>" + errorFile;
+    // Each run on a database of its own, gone afterwards.
+    const std::string data = prefix + "-data";
+    const std::string command = std::string(ZEL_HOST_PATH) + " " + arguments + " --data " + data + " <" +
+                                inputFile + " 2>" + errorFile;
     HostRun run;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
@@ -43,6 +49,7 @@ HostRun runHost(const std::string& arguments, const std::string& input = {}) {
     run.errors = errors.str();
     std::remove(inputFile.c_str());
     std::remove(errorFile.c_str());
+    std::filesystem::remove_all(data);
     return run;
 }
 
@@ -81,7 +88,8 @@ Notes.stats {}
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_EQ(run.lines[i + 1], expected[i]) << "line " << i + 1;
     // The plug-in's log reached the host's console through the callback.
-    EXPECT_NE(run.errors.find("[Info] Note added | id=1 | source=NotesService.cpp:"), std::string::npos)
+    EXPECT_NE(run.errors.find("[Info] Notes: Note added | id=1 | source=NotesService.cpp:"),
+              std::string::npos)
         << run.errors;
 }
 
@@ -102,15 +110,17 @@ TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
         {"/nonexistent/zel-notes.so", "", 2,
          "zel-host: cannot load plug-in module /nonexistent/zel-notes.so: "},
         {ZEL_LIBRARY_PATH, "", 2, " is not a Zel plug-in module: it does not export zelPluginInit"},
-        {"", "", 2, "zel-host: no plug-in module given"},
         {module + " --bogus", "", 2, "zel-host: unknown option --bogus"},
         {module + " --init '[1]'", "", 2, "zel-host: bad --init document: "},
         {module, "Notes.add {\"text\":\n", 1,
          "zel-host: malformed JSON params for Notes.add: Unexpected end"},
         {module, "Notes.add {\"text\":x}\n", 1,
          "zel-host: malformed JSON params for Notes.add: Invalid character #120 at 8"},
-        {module, "DataStore.getKey {}\n", 1,
-         "zel-host: unknown service 'DataStore' (the plug-in has: Callbacks_Notes, Notes)"},
+        {module, "Nope.get {}\n", 1,
+         "zel-host: unknown service 'Nope' (known: Cache, Callbacks_Notes, DataStore, Events, Messages, "
+         "Notes, "
+         "PlatformLog, "
+         "ServiceRegistry, Tasks)"},
         {module, "Notes\n", 1, "zel-host: expected SERVICE.OPERATION, got 'Notes'"},
     };
     for (const auto& c : cases) {
@@ -121,4 +131,44 @@ TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
         for (const std::string& line : run.lines)
             EXPECT_NO_THROW(Zel::Json::parse(line)) << line;
     }
+}
+
+TEST(HostEndToEndTest, ReminderFiresIntoNotesThroughTheHostAndSurvivesARestart) {
+    const std::string data = ::testing::TempDir() + "zel-host-reminders-" + std::to_string(getpid());
+    std::filesystem::remove_all(data);
+    const std::vector<std::string> arguments = {module, ZEL_REMINDERS_MODULE_PATH, "--data", data};
+    const std::string note = R"({"id":1,"tags":[],"text":"Reminder: water the plants"})";
+    const auto waitForNote = [&](HostProcess& host) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (host.call("Notes.list") != R"({"data":[)" + note + R"(],"result":0})") {
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the reminder never became a note";
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        EXPECT_EQ(host.call("Reminders.pending"), R"({"data":[],"result":0})");
+    };
+    {
+        HostProcess host(arguments);
+        host.readLine();
+        host.readLine();
+        EXPECT_EQ(host.call(R"(Reminders.add {"text":"water the plants","delayMs":0})"),
+                  R"({"data":{"id":1,"notesService":"Notes"},"result":0})");
+        waitForNote(host);
+        // Due in an hour: still pending when this host goes.
+        EXPECT_EQ(host.call(R"(Reminders.add {"text":"later","delayMs":3600000})"),
+                  R"({"data":{"id":2,"notesService":"Notes"},"result":0})");
+        EXPECT_EQ(host.finish(), 0);
+    }
+    HostProcess host(arguments);
+    host.readLine();
+    host.readLine();
+    // The first call of the next run schedules what is pending again, due at once.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (host.call("Reminders.pending") != R"({"data":[],"result":0})") {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the pending reminder never fired";
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(host.call("Notes.get {\"id\":2}"),
+              R"({"data":{"id":2,"tags":[],"text":"Reminder: later"},"result":0})");
+    EXPECT_EQ(host.finish(), 0);
+    std::filesystem::remove_all(data);
 }

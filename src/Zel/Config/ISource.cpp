@@ -1,0 +1,7 @@
+#include <Zel/Config/ISource.h>
+
+namespace Zel::Config {
+
+ISource::~ISource() = default;
+
+} // namespace Zel::Config
