@@ -51,6 +51,16 @@ Settings Settings::read(const Zel::Config::Configuration& config) {
         settings.taskQueues[entry.key()] = static_cast<int>(positive(config, path, 1, 64));
     }
 
+    settings.httpListen = config.getString("http.listen", "");
+    if (!settings.httpListen.empty()) {
+        const auto colon = settings.httpListen.rfind(':');
+        const std::string port = colon == std::string::npos ? "" : settings.httpListen.substr(colon + 1);
+        if (colon == 0 || port.empty() || port.size() > 5 ||
+            port.find_first_not_of("0123456789") != std::string::npos || std::stoi(port) > 65535)
+            config.fail("http.listen", "expected ADDRESS:PORT | found=" + settings.httpListen);
+    }
+    settings.httpStaticFolder = config.getString("http.staticFolder", "");
+    settings.httpBearerToken = config.getString("http.bearerToken", "");
     std::set<std::string> modules;
     const Zel::Variant plugins = config.getList("plugins");
     for (int i = 0; i < static_cast<int>(plugins.size()); ++i) {

@@ -32,6 +32,11 @@ struct Settings {
     std::size_t logKeptFiles = 3;
     std::map<std::string, int> taskQueues = {{"default", 2}}; // name -> threads
     std::vector<PluginModule> plugins;
+    // The HTTP front: "ADDRESS:PORT" to listen on (empty: none), a static folder served beside the
+    // services and the bearer token every call must carry (empty: none).
+    std::string httpListen;
+    std::string httpStaticFolder;
+    std::string httpBearerToken;
 
     // Zel::Config::ConfigException naming the path for a value of the wrong type or out of range.
     static Settings read(const Zel::Config::Configuration& config);

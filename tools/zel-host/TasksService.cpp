@@ -53,7 +53,7 @@ TasksService::~TasksService() {
 
 Zel::Variant TasksService::addTask(const Zel::Variant& params) {
     const std::string queue = stringParam(params, "queue");
-    if (!m_manager->queue(queue, false))
+    if (!m_manager->queue(queue, Zel::Tasks::Manager::IfMissing::ReturnEmpty))
         throw ServiceException("badRequest", "Unknown queue | queue=" + queue);
     const std::chrono::milliseconds delay = millisecondsParam(params, "delayMs", 0);
     const Zel::Variant* callback = optionalParam(params, "callback");

@@ -3,12 +3,14 @@
 // standard output, everything else (the plug-ins' log, messages, errors) goes to standard error.
 
 #include "Host.h"
+#include "HttpFront.h"
 #include "Settings.h"
 
 #include <Zel/Config/ConfigException.h>
 #include <Zel/Config/Configuration.h>
 #include <Zel/GenericException.h>
 #include <Zel/Json/Json.h>
+#include <csignal>
 #include <cstring>
 #include <deque>
 #include <future>
@@ -22,7 +24,7 @@ namespace {
 
 constexpr const char* usage =
     R"(usage: zel-host [MODULE]... [--config FILE] [--data DIR] [--set PATH=VALUE]... [--init JSON]
-                [--echo] [--call SERVICE.OPERATION [JSON]]...
+                [--echo] [--call SERVICE.OPERATION [JSON]]... [--http ADDRESS:PORT]
 
 Opens the host's database, loads the plug-in modules of the configuration and then the MODULEs,
 initialises each and prints its init reply, runs the calls and de-initialises the plug-ins in reverse
@@ -40,6 +42,8 @@ ServiceRegistry, Tasks). Each reply is printed as one line of JSON.
   --init JSON       extra members for the init document of the MODULEs given here (a JSON object)
   --echo            print each call on standard error before its reply
   --call S.O J      call operation O of service S with params J (default {}); repeatable
+  --http ADDR:PORT  serve the services over HTTP (POST /services/SERVICE/OPERATION, GET /health)
+                    after the --call calls, until SIGINT or SIGTERM; standard input is not read
 
 Exit status: 0 when every call was made, 1 when input was bad (malformed call or JSON, unknown
 service) or a plug-in failed to load or init, 2 when the configuration or the command line is
@@ -61,6 +65,7 @@ struct Options {
     bool echo = false;
     std::vector<Call> calls;
     bool interactive = true;
+    std::optional<std::string> http;
 };
 
 class UsageError : public std::runtime_error {
@@ -94,6 +99,9 @@ Options parseOptions(int argc, char** argv) {
             options.dataDirectory = value();
         } else if (argument == "--set") {
             options.settings.push_back(value());
+        } else if (argument == "--http") {
+            options.http = value();
+            options.interactive = false;
         } else if (argument == "--echo") {
             options.echo = true;
         } else if (argument == "--call") {
@@ -187,10 +195,43 @@ Zel::Config::Configuration configuration(const Options& options) {
         config.setArgument(setting);
     if (options.dataDirectory)
         config.set("dataDirectory", Zel::Variant(*options.dataDirectory).toJson(), "--data");
+    if (options.http) config.set("http.listen", Zel::Variant(*options.http).toJson(), "--http");
     return config;
 }
 
+// Serves the host's services over HTTP until SIGINT or SIGTERM. The signals were blocked in every
+// thread before any was started, so this thread alone receives them, through sigwait().
+bool serveHttp(const ZelHost::Settings& settings, ZelHost::Host& host, const sigset_t& stopSignals) {
+    const auto colon = settings.httpListen.rfind(':');
+    ZelHost::HttpFront::Options frontOptions;
+    frontOptions.address = settings.httpListen.substr(0, colon);
+    frontOptions.port = static_cast<std::uint16_t>(std::stoi(settings.httpListen.substr(colon + 1)));
+    frontOptions.staticFolder = settings.httpStaticFolder;
+    frontOptions.bearerToken = settings.httpBearerToken;
+    try {
+        ZelHost::HttpFront front(
+            [&host](const std::string& service, const std::string& operation, const std::string& params) {
+                return host.call(service, operation, params);
+            },
+            frontOptions);
+        front.start();
+        std::cerr << "zel-host: serving HTTP on " << frontOptions.address << ':' << front.port() << std::endl;
+        int signal = 0;
+        sigwait(&stopSignals, &signal);
+        std::cerr << "zel-host: stopping (signal " << signal << ")" << std::endl;
+        front.stop();
+        return true;
+    } catch (const std::exception& error) {
+        std::cerr << "zel-host: cannot serve HTTP on " << settings.httpListen << ": " << error.what() << '\n';
+        return false;
+    }
+}
+
 int run(const Options& options) {
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
     ZelHost::Settings settings;
     std::vector<ZelHost::Settings::PluginModule> modules;
     try {
@@ -209,6 +250,8 @@ int run(const Options& options) {
         return 2;
     }
 
+    const bool serving = !settings.httpListen.empty();
+    if (serving) pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr); // before the host starts threads
     std::optional<ZelHost::Host> host;
     try {
         host.emplace(settings);
@@ -233,9 +276,10 @@ int run(const Options& options) {
     bool allGood = failed == 0;
     {
         Session session(options, *host);
-        if (!options.interactive) {
+        if (!options.interactive || serving) {
             for (const Call& call : options.calls)
                 allGood = session.run(call, false) && allGood;
+            if (serving) allGood = serveHttp(settings, *host, stopSignals) && allGood;
         } else {
             std::string line;
             while (std::getline(std::cin, line)) {

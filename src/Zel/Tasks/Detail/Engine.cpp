@@ -278,6 +278,8 @@ int Engine::threadLimit(Guard&) const noexcept {
 // --- workers ------------------------------------------------------------------------------------
 
 void Engine::startWorker(Guard&) {
+    // Extra workers that left are done with: only the live ones need joining at shutdown.
+    std::erase_if(m_workersDone, [](const Async::Threads::Manager::Completion& done) { return done.done(); });
     try {
         m_workersDone.push_back(m_threads->startJoinable([self = shared_from_this()] { self->workerMain(); },
                                                          workerThreadName()));
