@@ -1,6 +1,5 @@
 #include <Zel/ArgumentException.h>
 #include <Zel/DateTime.h>
-
 #include <charconv>
 #include <cstdio>
 
@@ -39,7 +38,8 @@ void appendNumber(std::string& out, int value, int width) {
     char digits[16];
     auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
     (void)ec;
-    for (auto length = end - digits; length < width; ++length) out += '0';
+    for (auto length = end - digits; length < width; ++length)
+        out += '0';
     out.append(digits, end);
 }
 
@@ -50,14 +50,30 @@ std::string DateTime::format(std::string_view pattern) const {
     out.reserve(pattern.size() * 2);
     for (const char c : pattern) {
         switch (c) {
-        case 'Y': appendNumber(out, year(), 1); break;
-        case 'y': appendNumber(out, year() % 100, 2); break;
-        case 'M': appendNumber(out, month(), 2); break;
-        case 'D': appendNumber(out, day(), 2); break;
-        case 'H': appendNumber(out, hour(), 2); break;
-        case 'm': appendNumber(out, minute(), 2); break;
-        case 'S': appendNumber(out, second(), 2); break;
-        default: out += c; break;
+        case 'Y':
+            appendNumber(out, year(), 1);
+            break;
+        case 'y':
+            appendNumber(out, year() % 100, 2);
+            break;
+        case 'M':
+            appendNumber(out, month(), 2);
+            break;
+        case 'D':
+            appendNumber(out, day(), 2);
+            break;
+        case 'H':
+            appendNumber(out, hour(), 2);
+            break;
+        case 'm':
+            appendNumber(out, minute(), 2);
+            break;
+        case 'S':
+            appendNumber(out, second(), 2);
+            break;
+        default:
+            out += c;
+            break;
         }
     }
     return out;
@@ -65,6 +81,36 @@ std::string DateTime::format(std::string_view pattern) const {
 
 std::string DateTime::toString() const {
     return format("Y-M-D H:m:S");
+}
+
+DateTime DateTime::fromLocalSeconds(std::chrono::local_seconds local) noexcept {
+    using namespace std::chrono;
+    const auto day = floor<days>(local);
+    const year_month_day date{day};
+    const hh_mm_ss time{local - day};
+    const int yearNumber = static_cast<int>(date.year());
+    if (yearNumber < 0 || yearNumber > 65535) return DateTime();
+    return DateTime(Date(yearNumber, static_cast<int>(static_cast<unsigned>(date.month())),
+                         static_cast<int>(static_cast<unsigned>(date.day()))),
+                    Time(static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                         static_cast<int>(time.seconds().count())));
+}
+
+DateTime DateTime::fromSysSeconds(std::chrono::sys_seconds instant) noexcept {
+    return fromLocalSeconds(std::chrono::local_seconds(instant.time_since_epoch()));
+}
+
+std::chrono::local_seconds DateTime::toLocalSeconds() const noexcept {
+    using namespace std::chrono;
+    // year_month_day normalises nothing: days past the month's end still count forward, which is
+    // what the packed form's unchecked fields should mean.
+    const auto first =
+        local_days{std::chrono::year(year()) / std::chrono::month(static_cast<unsigned>(month())) / 1};
+    return first + days(day() - 1) + hours(hour()) + minutes(minute()) + seconds(second());
+}
+
+std::chrono::sys_seconds DateTime::toSysSeconds() const noexcept {
+    return std::chrono::sys_seconds(toLocalSeconds().time_since_epoch());
 }
 
 } // namespace Zel
