@@ -1,5 +1,6 @@
 #include <Zel/ArgumentException.h>
 #include <Zel/DateTime.h>
+
 #include <charconv>
 #include <cstdio>
 
@@ -38,8 +39,7 @@ void appendNumber(std::string& out, int value, int width) {
     char digits[16];
     auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
     (void)ec;
-    for (auto length = end - digits; length < width; ++length)
-        out += '0';
+    for (auto length = end - digits; length < width; ++length) out += '0';
     out.append(digits, end);
 }
 
@@ -50,30 +50,14 @@ std::string DateTime::format(std::string_view pattern) const {
     out.reserve(pattern.size() * 2);
     for (const char c : pattern) {
         switch (c) {
-        case 'Y':
-            appendNumber(out, year(), 1);
-            break;
-        case 'y':
-            appendNumber(out, year() % 100, 2);
-            break;
-        case 'M':
-            appendNumber(out, month(), 2);
-            break;
-        case 'D':
-            appendNumber(out, day(), 2);
-            break;
-        case 'H':
-            appendNumber(out, hour(), 2);
-            break;
-        case 'm':
-            appendNumber(out, minute(), 2);
-            break;
-        case 'S':
-            appendNumber(out, second(), 2);
-            break;
-        default:
-            out += c;
-            break;
+        case 'Y': appendNumber(out, year(), 1); break;
+        case 'y': appendNumber(out, year() % 100, 2); break;
+        case 'M': appendNumber(out, month(), 2); break;
+        case 'D': appendNumber(out, day(), 2); break;
+        case 'H': appendNumber(out, hour(), 2); break;
+        case 'm': appendNumber(out, minute(), 2); break;
+        case 'S': appendNumber(out, second(), 2); break;
+        default: out += c; break;
         }
     }
     return out;
@@ -102,10 +86,9 @@ DateTime DateTime::fromSysSeconds(std::chrono::sys_seconds instant) noexcept {
 
 std::chrono::local_seconds DateTime::toLocalSeconds() const noexcept {
     using namespace std::chrono;
-    // year_month_day normalises nothing: days past the month's end still count forward, which is
-    // what the packed form's unchecked fields should mean.
-    const auto first =
-        local_days{std::chrono::year(year()) / std::chrono::month(static_cast<unsigned>(month())) / 1};
+    // Counting days from the first of the month lets the packed form's unchecked day run on into
+    // the next month instead of failing.
+    const auto first = local_days{std::chrono::year(year()) / std::chrono::month(static_cast<unsigned>(month())) / 1};
     return first + days(day() - 1) + hours(hour()) + minutes(minute()) + seconds(second());
 }
 

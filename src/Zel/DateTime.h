@@ -2,6 +2,7 @@
 
 #include <Zel/Date.h>
 #include <Zel/Time.h>
+
 #include <chrono>
 #include <string_view>
 

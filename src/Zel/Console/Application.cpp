@@ -39,16 +39,23 @@ public:
             g_installed = false;
             throw GenericException("Cannot create the signal pipe | error=" + std::to_string(errno));
         }
+        try {
+            m_watcher = std::thread([this, onSignalReceived] {
+                unsigned char byte = 0;
+                for (;;) {
+                    const auto got = ::read(m_pipe[0], &byte, 1);
+                    if (got < 0 && errno == EINTR) continue;
+                    if (got <= 0 || byte == 0) return; // 0 is our own shutdown byte
+                    onSignalReceived(static_cast<int>(byte));
+                }
+            });
+        } catch (...) {
+            ::close(m_pipe[0]);
+            ::close(m_pipe[1]);
+            g_installed = false;
+            throw;
+        }
         g_signalPipe = m_pipe[1];
-        m_watcher = std::thread([this, onSignalReceived] {
-            unsigned char byte = 0;
-            for (;;) {
-                const auto got = ::read(m_pipe[0], &byte, 1);
-                if (got < 0 && errno == EINTR) continue;
-                if (got <= 0 || byte == 0) return; // 0 is our own shutdown byte
-                onSignalReceived(static_cast<int>(byte));
-            }
-        });
         struct sigaction action {};
         action.sa_handler = onSignal;
         sigemptyset(&action.sa_mask);

@@ -29,7 +29,7 @@ namespace Zel::Console {
 // handler may safely do); a watcher thread turns it into requestStop(), which wakes waitForStop()
 // and the stop token. The previous handlers come back when run() returns. Only one Application
 // at a time can hold the handlers; a second running main() meanwhile gets the InvalidOperation
-// error.
+// error. A stop request is final: the object does not run again after one.
 //
 // Exit codes: what run() returns; 2 (exitUsage) when the command line is wrong (UsageException,
 // message and a hint to --help on stderr); 1 (exitFailure) for any other exception escaping run(),

@@ -3,6 +3,7 @@
 #include <Zel/Console/Detail/Values.h>
 #include <Zel/Console/UsageException.h>
 #include <algorithm>
+#include <cctype>
 
 namespace Zel::Console {
 
