@@ -13,8 +13,8 @@ packages=()
 database=(unixodbc-dev firebird-dev libfbclient2 firebird3.0-server-core firebird3.0-utils)
 for group in "${groups[@]}"; do
     case "$group" in
-    build) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libssl-dev "${database[@]}") ;;
-    test) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libssl-dev openssl "${database[@]}" libgtest-dev libgmock-dev
+    build) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libssl-dev tzdata "${database[@]}") ;;
+    test) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libssl-dev openssl tzdata "${database[@]}" libgtest-dev libgmock-dev
                      libsqliteodbc odbc-postgresql postgresql) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     bench) packages+=("${database[@]}" libsqlite3-dev libsqliteodbc libbenchmark-dev nlohmann-json3-dev rapidjson-dev

@@ -67,4 +67,33 @@ std::string DateTime::toString() const {
     return format("Y-M-D H:m:S");
 }
 
+DateTime DateTime::fromLocalSeconds(std::chrono::local_seconds local) noexcept {
+    using namespace std::chrono;
+    const auto day = floor<days>(local);
+    const year_month_day date{day};
+    const hh_mm_ss time{local - day};
+    const int yearNumber = static_cast<int>(date.year());
+    if (yearNumber < 0 || yearNumber > 65535) return DateTime();
+    return DateTime(Date(yearNumber, static_cast<int>(static_cast<unsigned>(date.month())),
+                         static_cast<int>(static_cast<unsigned>(date.day()))),
+                    Time(static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                         static_cast<int>(time.seconds().count())));
+}
+
+DateTime DateTime::fromSysSeconds(std::chrono::sys_seconds instant) noexcept {
+    return fromLocalSeconds(std::chrono::local_seconds(instant.time_since_epoch()));
+}
+
+std::chrono::local_seconds DateTime::toLocalSeconds() const noexcept {
+    using namespace std::chrono;
+    // Counting days from the first of the month lets the packed form's unchecked day run on into
+    // the next month instead of failing.
+    const auto first = local_days{std::chrono::year(year()) / std::chrono::month(static_cast<unsigned>(month())) / 1};
+    return first + days(day() - 1) + hours(hour()) + minutes(minute()) + seconds(second());
+}
+
+std::chrono::sys_seconds DateTime::toSysSeconds() const noexcept {
+    return std::chrono::sys_seconds(toLocalSeconds().time_since_epoch());
+}
+
 } // namespace Zel

@@ -3,6 +3,7 @@
 #include <Zel/Date.h>
 #include <Zel/Time.h>
 
+#include <chrono>
 #include <string_view>
 
 namespace Zel {
@@ -55,6 +56,15 @@ public:
 
     // "%d-%02d-%02d %02d:%02d:%02d"
     std::string toString() const;
+
+    // Between the packed form and std::chrono time points, which count seconds since
+    // 1970-01-01 00:00:00 (as UTC for sys_seconds, as a wall-clock reading for local_seconds).
+    // A null DateTime converts like 0100-01-01 00:00:00; time points outside years 0..65535 give
+    // the null DateTime.
+    static DateTime fromSysSeconds(std::chrono::sys_seconds instant) noexcept;
+    static DateTime fromLocalSeconds(std::chrono::local_seconds local) noexcept;
+    std::chrono::sys_seconds toSysSeconds() const noexcept;
+    std::chrono::local_seconds toLocalSeconds() const noexcept;
 
     constexpr friend bool operator==(DateTime a, DateTime b) noexcept = default;
     constexpr friend auto operator<=>(DateTime a, DateTime b) noexcept = default;

@@ -1,0 +1,7 @@
+#include <Zel/Console/UsageException.h>
+
+namespace Zel::Console {
+
+UsageException::~UsageException() = default;
+
+} // namespace Zel::Console
