@@ -1,7 +1,10 @@
 #include <Zel/Config/ConfigException.h>
 #include <Zel/Config/Configuration.h>
+#include <Zel/Config/IniFileSource.h>
 #include <Zel/Config/JsonFileSource.h>
+#include <Zel/Config/XmlFileSource.h>
 #include <Zel/Json/Json.h>
+#include <Zel/StringUtils.h>
 #include <cctype>
 
 extern char** environ;
@@ -113,6 +116,9 @@ Configuration& Configuration::add(const ISource& source) {
 }
 
 Configuration& Configuration::addFile(const std::filesystem::path& path) {
+    const std::string extension = path.extension().string();
+    if (StringUtils::equalsIgnoringCase(extension, ".ini")) return add(IniFileSource(path));
+    if (StringUtils::equalsIgnoringCase(extension, ".xml")) return add(XmlFileSource(path));
     return add(JsonFileSource(path));
 }
 

@@ -43,6 +43,7 @@ public:
     Configuration& operator=(Configuration&&) noexcept;
 
     Configuration& add(const ISource& source);
+    // By the file's extension: ".ini" an IniFileSource, ".xml" an XmlFileSource, anything else JSON.
     Configuration& addFile(const std::filesystem::path& path);
     // Every variable of this process whose name begins with `prefix`.
     Configuration& addEnvironment(std::string_view prefix = "ZEL_");

@@ -53,6 +53,44 @@ TEST_F(ConfigurationTest, LaterLayersWinAndEachValueKnowsWhereItCameFrom) {
     EXPECT_FALSE(config.has("database.missing"));
 }
 
+TEST_F(ConfigurationTest, JsonIniAndXmlFilesSayTheSameThingTheSameWay) {
+    const std::string expected =
+        R"({"database":{"connection":"DRIVER=SQLite3;Database=x.db","pool":{"size":8}},"plugins":["n.so","r.so"],"threads":4})";
+    const std::pair<std::string, std::string> files[] = {
+        {"host.json", R"({"threads": 4, "database": {"connection": "DRIVER=SQLite3;Database=x.db",
+                          "pool": {"size": 8}}, "plugins": ["n.so", "r.so"]})"},
+        {"host.ini", "threads = 4\nplugins = [\"n.so\", \"r.so\"]\n[database]\n"
+                     "connection = DRIVER=SQLite3;Database=x.db\n[database.pool]\nsize = 8\n"},
+        {"host.XML", "<?xml version=\"1.0\"?>\n<config threads=\"4\">\n  <database>\n"
+                     "    <connection>DRIVER=SQLite3;Database=x.db</connection>\n    <pool size=\"8\"/>\n"
+                     "  </database>\n  <plugins>n.so</plugins>\n  <plugins>r.so</plugins>\n</config>\n"},
+    };
+    for (const auto& [name, text] : files) {
+        SCOPED_TRACE(name);
+        Configuration config;
+        config.addFile(file(name, text));
+        EXPECT_EQ(config.tree().toJson(), expected);
+        EXPECT_EQ(config.getInt("database.pool.size"), 8);
+    }
+    const std::pair<std::string, std::string> broken[] = {
+        {"bad.ini", "[database\n"},
+        {"bad.xml", "<config><a></b></config>"},
+        {"mixed.xml", "<config><a>text<b>1</b></a></config>"},
+    };
+    for (const auto& [name, text] : broken) {
+        SCOPED_TRACE(name);
+        const std::string path = file(name, text);
+        try {
+            Configuration().addFile(path);
+            ADD_FAILURE() << "no error";
+        } catch (const ConfigException& error) {
+            const std::string message = error.what();
+            EXPECT_NE(message.find(" | source=" + path), std::string::npos) << message;
+            EXPECT_EQ(message.rfind("Config: ", 0), 0u) << message;
+        }
+    }
+}
+
 TEST_F(ConfigurationTest, ErrorsNameThePathWhatWasExpectedAndTheSource) {
     const std::string good =
         file("good.json", R"({"threads": "four", "database": {"pool": 1.5}, "log": "plain"})");

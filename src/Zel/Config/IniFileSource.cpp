@@ -1,0 +1,63 @@
+#include <Zel/Config/ConfigException.h>
+#include <Zel/Config/Detail/TextValue.h>
+#include <Zel/Config/IniFileSource.h>
+#include <Zel/Text/Ini.h>
+#include <fstream>
+#include <sstream>
+
+namespace Zel::Config {
+
+namespace {
+
+// The map at the dotted `section` below `tree`, made on the way.
+Variant& sectionMap(Variant& tree, const std::string& section) {
+    Variant* level = &tree;
+    std::size_t start = 0;
+    for (;;) {
+        const std::size_t dot = section.find('.', start);
+        const std::string key =
+            section.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+        Variant* next = level->find(key);
+        if (!next || !next->isMap()) next = &level->setAt(key, Variant::makeMap());
+        level = next;
+        if (dot == std::string::npos) return *level;
+        start = dot + 1;
+    }
+}
+
+} // namespace
+
+IniFileSource::IniFileSource(std::filesystem::path path) : m_path(std::move(path)) {}
+
+IniFileSource::~IniFileSource() = default;
+
+std::string IniFileSource::name() const {
+    return m_path.string();
+}
+
+Variant IniFileSource::read() const {
+    std::ifstream file(m_path, std::ios::binary);
+    if (!file) throw ConfigException("Config: cannot read the file | source=" + name());
+    std::ostringstream text;
+    text << file.rdbuf();
+    Variant ini;
+    try {
+        ini = Text::parseIni(text.str());
+    } catch (const GenericException& error) {
+        throw ConfigException("Config: malformed INI | error=" + std::string(error.what()) +
+                              " | source=" + name());
+    }
+    Variant tree = Variant::makeMap();
+    for (const auto& entry : ini) {
+        if (!entry.value().isMap()) {
+            tree.setAt(entry.key(), Detail::valueOfText(entry.value()));
+            continue;
+        }
+        Variant& section = sectionMap(tree, entry.key());
+        for (const auto& key : entry.value())
+            section.setAt(key.key(), Detail::valueOfText(key.value()));
+    }
+    return tree;
+}
+
+} // namespace Zel::Config
