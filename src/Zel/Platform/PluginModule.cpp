@@ -38,6 +38,40 @@ void store(std::string_view reply, char** out, std::uint64_t* outLength) noexcep
     }
 }
 
+// {"result":<errorResult>,"errMsg":"<message>"}, spelled out at compile time for the replies that
+// are given when building one with the JSON writer has already failed.
+template <std::size_t N>
+class FixedErrorReply {
+public:
+    consteval explicit FixedErrorReply(const char (&message)[N]) {
+        append(R"({"result":)");
+        char digits[12]{};
+        int count = 0;
+        for (int value = ServiceException::errorResult; value != 0; value /= 10)
+            digits[count++] = static_cast<char>('0' + value % 10);
+        while (count > 0)
+            m_text[m_size++] = digits[--count];
+        append(R"(,"errMsg":")");
+        append(message);
+        append(R"("})");
+    }
+
+    std::string text() const { return std::string(m_text, m_size); }
+
+private:
+    template <std::size_t M>
+    consteval void append(const char (&part)[M]) {
+        for (std::size_t i = 0; i + 1 < M; ++i)
+            m_text[m_size++] = part[i];
+    }
+
+    char m_text[N + 40]{};
+    std::size_t m_size = 0;
+};
+
+constexpr FixedErrorReply unknownExceptionReply("Unknown exception");
+constexpr FixedErrorReply outOfMemoryReply("Out of memory");
+
 } // namespace
 
 PluginModule::PluginModule(CreatePlugin createPlugin) : m_createPlugin(std::move(createPlugin)) {}
@@ -55,12 +89,15 @@ std::string PluginModule::errorReplyText() noexcept {
         } catch (const ServiceException& error) {
             return error.toJson();
         } catch (const std::exception& error) {
-            return Json::Object().addJson("result", "1359").add("errMsg", error.what()).json();
+            return Json::Object()
+                .addJson("result", std::to_string(ServiceException::errorResult))
+                .add("errMsg", error.what())
+                .json();
         } catch (...) {
-            return R"({"result":1359,"errMsg":"Unknown exception"})";
+            return unknownExceptionReply.text();
         }
     } catch (...) {
-        return R"({"result":1359,"errMsg":"Out of memory"})";
+        return outOfMemoryReply.text();
     }
 }
 

@@ -37,7 +37,7 @@ ServiceException::~ServiceException() = default;
 
 std::string ServiceException::toJson() const {
     Json::Object reply;
-    reply.addJson("result", "1359");
+    reply.addJson("result", std::to_string(errorResult));
     reply.addJson("errMsg", Json::_encodeString(message()));
     reply.addJson("errRef", Json::_encodeString(m_errorRef));
     reply.add("data", m_data);
