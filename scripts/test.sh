@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the suite in release and under AddressSanitizer + UBSan (the
-# end-to-end tests drive the real zel-host with the example plug-in), the installed package from a
-# consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default 60) and each HTTP target for
-# HTTP_FUZZ_SECONDS (default 30),
-# under FUZZ_SEED (default 1); 0 seconds skips them.
+# Builds and runs every test, with warnings as errors: the suite in release and under
+# AddressSanitizer + UBSan (the end-to-end tests drive the real zel-host with the example plug-in),
+# the installed package from a consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default
+# 60) and each HTTP target for HTTP_FUZZ_SECONDS (default 30), under FUZZ_SEED (default 1); 0
+# seconds skips them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 
 scripts/install-deps.sh test fuzz
 
+echo "== generated tables match their generator"
+python3 scripts/gen-pow10-tables.py --check
+
 for preset in release asan; do
     echo "== $preset: build"
-    cmake --preset "$preset" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_EXAMPLES=ON >/dev/null
+    cmake --preset "$preset" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_EXAMPLES=ON -DZEL_WARNINGS_AS_ERRORS=ON >/dev/null
     cmake --build --preset "$preset"
     echo "== $preset: test"
     ctest --preset "$preset" -j2
