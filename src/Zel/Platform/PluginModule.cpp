@@ -1,3 +1,4 @@
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/Json/Detail/Writer.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
@@ -18,7 +19,7 @@ std::string text(const char* data, std::uint64_t length) {
 // keeps: no intermediate string, and no allocation for the writer once it has grown.
 void storeReplyOf(const Variant& reply, char** out, std::uint64_t* outLength) {
     if (reply.isString()) {
-        storeReply(reply._string(), out, outLength);
+        storeReply(Zel::Detail::VariantAccess::string(reply), out, outLength);
         return;
     }
     thread_local Json::Detail::Writer writer;
@@ -79,7 +80,7 @@ PluginModule::PluginModule(CreatePlugin createPlugin) : m_createPlugin(std::move
 PluginModule::~PluginModule() = default;
 
 std::string PluginModule::replyText(const Variant& reply) {
-    return reply.isString() ? reply._string() : reply.toJson();
+    return reply.isString() ? Zel::Detail::VariantAccess::string(reply) : reply.toJson();
 }
 
 std::string PluginModule::errorReplyText() noexcept {
