@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Zel/Detail/SimdConfig.h>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -11,10 +12,10 @@
 // time (SWAR). Words are loaded and stored through the functions below, which put the first byte
 // in memory in the lowest bits on any byte order, so the word tricks need no big-endian variant.
 //
-// Building with ZEL_PORTABLE (the CMake option ZEL_FORCE_PORTABLE, preset `portable`) turns both
-// off on this machine: no SSE2, and loads assembled byte by byte as on a big-endian processor. The
-// tests then run the code that other processors get.
-#if !defined(ZEL_PORTABLE) && (defined(__SSE2__) || defined(_M_X64) || defined(_M_AMD64))
+// ZEL_PORTABLE (1 with the CMake option ZEL_FORCE_PORTABLE, preset `portable`) turns both off on
+// this machine: no SSE2, and loads assembled byte by byte as on a big-endian processor. The tests
+// then run the code that other processors get.
+#if !ZEL_PORTABLE && (defined(__SSE2__) || defined(_M_X64) || defined(_M_AMD64))
 #define ZEL_SIMD_SSE2 1
 #include <emmintrin.h>
 #else
@@ -23,7 +24,7 @@
 
 namespace Zel::Detail {
 
-#ifdef ZEL_PORTABLE
+#if ZEL_PORTABLE
 inline constexpr bool nativeLittleEndian = false;
 #else
 inline constexpr bool nativeLittleEndian = std::endian::native == std::endian::little;
