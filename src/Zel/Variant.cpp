@@ -141,57 +141,60 @@ Variant& Variant::operator=(const Variant& other) noexcept {
     return *this;
 }
 
-// A scalar is assigned as the Variant its constructor makes, so the two agree on every tag.
+// Scalars: each argument type gets the tag its constructor gives it.
 Variant& Variant::operator=(std::nullptr_t) noexcept {
-    return *this = Variant();
+    return VariantAccess::assignScalar(*this, Type::Null, &Value::i64, std::int64_t{0});
 }
 
 Variant& Variant::operator=(bool value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Bool, &Value::b, value);
 }
 
 Variant& Variant::operator=(unsigned char value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Byte, &Value::u8, value);
 }
 
 Variant& Variant::operator=(short value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Short, &Value::i16, value);
 }
 
 Variant& Variant::operator=(unsigned short value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Int32, &Value::i32, value);
 }
 
 Variant& Variant::operator=(int value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Int32, &Value::i32, value);
 }
 
 Variant& Variant::operator=(unsigned int value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Int64, &Value::i64, static_cast<std::int64_t>(value));
 }
 
 Variant& Variant::operator=(std::int64_t value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Int64, &Value::i64, value);
 }
 
 Variant& Variant::operator=(float value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Float, &Value::f, value);
 }
 
 Variant& Variant::operator=(double value) noexcept {
-    return *this = Variant(value);
+    return VariantAccess::assignScalar(*this, Type::Double, &Value::d, value);
 }
 
 Variant& Variant::operator=(Zel::Time value) noexcept {
-    return *this = Variant(value);
+    if (value.isNull()) return *this = nullptr;
+    return VariantAccess::assignScalar(*this, Type::Time, &Value::time, value);
 }
 
 Variant& Variant::operator=(Zel::Date value) noexcept {
-    return *this = Variant(value);
+    if (value.isNull()) return *this = nullptr;
+    return VariantAccess::assignScalar(*this, Type::Date, &Value::date, value);
 }
 
 Variant& Variant::operator=(Zel::DateTime value) noexcept {
-    return *this = Variant(value);
+    if (value.isNull()) return *this = nullptr;
+    return VariantAccess::assignScalar(*this, Type::Timestamp, &Value::dateTime, value);
 }
 
 void Variant::setText(std::string_view text) {

@@ -44,6 +44,18 @@ public:
         return static_cast<ExtValueVector*>(value.m_value.ext)->m_value;
     }
 
+    // Every scalar assignment of Variant: release the old payload, then the tag and one field of a
+    // word that is otherwise zero, written in place. (Moving in a temporary Variant instead would
+    // read its word back right after the partial store into it, which stalls the processor.)
+    template <class Field, class T>
+    static Variant& assignScalar(Variant& target, Variant::Type type, Field Word::*field, T value) noexcept {
+        target.release();
+        target.m_type = type;
+        target.m_value.i64 = 0;
+        target.m_value.*field = value;
+        return target;
+    }
+
     // A map or vector Variant around an already built container, without copying it.
     static Variant adoptMap(VariantMap&& map) {
         return adopt(Variant::Type::Map, new ExtValueMap(std::move(map)));
