@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test, with warnings as errors: the suite in release and under
 # AddressSanitizer + UBSan (the end-to-end tests drive the real zel-host with the example plug-in),
-# the installed package from a consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default
-# 60) and each HTTP target for HTTP_FUZZ_SECONDS (default 30), under FUZZ_SEED (default 1); 0
-# seconds skips them.
+# the JSON and HTTP tests on the portable paths, the installed package from a consumer project, and
+# the fuzzers: JSON for FUZZ_SECONDS (default 60) and each HTTP target for HTTP_FUZZ_SECONDS
+# (default 30), under FUZZ_SEED (default 1); 0 seconds skips them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -20,6 +20,13 @@ for preset in release asan; do
     echo "== $preset: test"
     ctest --preset "$preset" -j2
 done
+
+# The JSON and HTTP byte scanners without SSE2 and with byte-order neutral loads: the code other
+# processors run. Only those two test programs are built.
+echo "== portable: build and test JSON and HTTP"
+cmake --preset portable -DZEL_WARNINGS_AS_ERRORS=ON >/dev/null
+cmake --build --preset portable
+ctest --preset portable -j2
 
 echo "== package: install and build a consumer project"
 rm -rf build/install build/consumer
