@@ -16,6 +16,7 @@
 #include <Zel/Json/Object.h>
 #include <Zel/Platform/PluginModule.h>
 #include <Zel/Platform/ServiceCaller.h>
+#include <Zel/Platform/ServiceException.h>
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstring>
@@ -137,7 +138,8 @@ void nlohmannOutgoing(benchmark::State& state) {
                      text.size(), &reply, &length);
         const nlohmann::json parsed = nlohmann::json::parse(reply, reply + length);
         Zel::Platform::freeReply(reply);
-        if (parsed.value("result", 0) == 1359) throw std::runtime_error(parsed.value("errMsg", ""));
+        if (parsed.value("result", 0) == Zel::Platform::ServiceException::errorResult)
+            throw std::runtime_error(parsed.value("errMsg", ""));
         benchmark::DoNotOptimize(parsed.at("data").get<std::int64_t>());
     }
     state.SetItemsProcessed(state.iterations());

@@ -26,7 +26,7 @@ targets=(http-request http-response http-chunked http-server)
 cmake -S "$root" -B "$build" -G Ninja \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_CXX_COMPILER=clang++ \
-    -DZEL_BUILD_FUZZERS=ON -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_EXAMPLES=OFF >/dev/null
+    -DZEL_BUILD_FUZZERS=ON -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_EXAMPLES=OFF -DZEL_WARNINGS_AS_ERRORS=ON >/dev/null
 ninja -C "$build" "${targets[@]/#/zel-fuzz-}"
 
 artifacts=$build/artifacts-http

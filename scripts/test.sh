@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the suite in release and under AddressSanitizer + UBSan (the
-# end-to-end tests drive the real zel-host with the example plug-in), the installed package from a
-# consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default 60) and each HTTP target for
-# HTTP_FUZZ_SECONDS (default 30), XML and CSV each for TEXT_FUZZ_SECONDS (default 20),
+# Builds and runs every test, with warnings as errors: the suite in release and under
+# AddressSanitizer + UBSan (the end-to-end tests drive the real zel-host with the example plug-ins),
+# the threaded suites again under load, the JSON and HTTP tests on the portable paths, the installed
+# package from a consumer project, and the fuzzers: JSON for FUZZ_SECONDS (default 60), each HTTP
+# target for HTTP_FUZZ_SECONDS (default 30), XML and CSV each for TEXT_FUZZ_SECONDS (default 20),
 # under FUZZ_SEED (default 1); 0 seconds skips them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 
 scripts/install-deps.sh test fuzz
+
+echo "== generated tables match their generator"
+python3 scripts/gen-pow10-tables.py --check
 
 # Races show under load, not in one quiet run: the threaded suites run again in two copies side by
 # side, ctest's (a fresh process per test) until a failure or 20 rounds, and the test programs' own
@@ -20,8 +24,10 @@ repeat_threaded() {
     local ctestPid=$!
     local status=0
     for round in $(seq 20); do
-        "$dir/tests/ZelTaskTests" --gtest_filter='-TaskStress.*' --gtest_brief=1 >>"$dir/repeat-gtest.log" 2>&1 ||
-            { status=1; break; }
+        for program in ZelTasksTests ZelAsyncTests ZelEventsTests; do
+            "$dir/tests/$program" --gtest_filter='-TaskStress.*' --gtest_brief=1 >>"$dir/repeat-gtest.log" 2>&1 ||
+                { status=1; break 2; }
+        done
     done
     wait "$ctestPid" || { status=1; tail -60 "$dir/repeat-ctest.log"; }
     [ "$status" -eq 0 ] || tail -60 "$dir/repeat-gtest.log"
@@ -30,7 +36,7 @@ repeat_threaded() {
 
 for preset in release asan; do
     echo "== $preset: build"
-    cmake --preset "$preset" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_EXAMPLES=ON >/dev/null
+    cmake --preset "$preset" -DZEL_BUILD_TESTS=ON -DZEL_BUILD_EXAMPLES=ON -DZEL_WARNINGS_AS_ERRORS=ON >/dev/null
     cmake --build --preset "$preset"
     echo "== $preset: test"
     ctest --preset "$preset" -j2
@@ -39,6 +45,13 @@ for preset in release asan; do
         repeat_threaded build/release
     fi
 done
+
+# The JSON and HTTP byte scanners without SSE2 and with byte-order neutral loads: the code other
+# processors run. Only those two test programs are built.
+echo "== portable: build and test JSON and HTTP"
+cmake --preset portable -DZEL_WARNINGS_AS_ERRORS=ON >/dev/null
+cmake --build --preset portable
+ctest --preset portable -j2
 
 echo "== package: install and build a consumer project"
 rm -rf build/install build/consumer

@@ -1,7 +1,7 @@
 #include <Zel/Variant.h>
 
 #include <Zel/ArgumentException.h>
-#include <Zel/Detail/ExtValue.h>
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/StringUtils.h>
 #include <Zel/VariantInvalidOperationException.h>
 
@@ -10,9 +10,15 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <new>
+#include <utility>
 
 namespace Zel {
+
+using Detail::ExtValueLongBinary;
+using Detail::ExtValueMap;
+using Detail::ExtValueString;
+using Detail::ExtValueVector;
+using Detail::VariantAccess;
 
 namespace {
 
@@ -47,73 +53,6 @@ std::string decimal(T value) {
 }
 
 } // namespace
-
-Variant::ExtValue::~ExtValue() = default;
-
-namespace {
-
-// A per-thread stack of free payload blocks in two sizes. Blocks freed on another thread than
-// the one that allocated them simply join that thread's cache; the cache is bounded and is
-// handed back to the heap when the thread ends.
-thread_local bool cacheGone = false;
-
-class PayloadCache {
-public:
-    static constexpr std::size_t smallBlock = 48;
-    static constexpr std::size_t largeBlock = 96;
-    static constexpr std::size_t maxCached = 8192;
-
-    ~PayloadCache() {
-        cacheGone = true; // values released later in this thread's exit go straight to the heap
-        for (Stack& stack : m_stacks) {
-            while (stack.top) {
-                Free* next = stack.top->next;
-                ::operator delete(stack.top);
-                stack.top = next;
-            }
-        }
-    }
-
-    void* allocate(std::size_t size) {
-        if (size > largeBlock) return ::operator new(size);
-        Stack& stack = m_stacks[size > smallBlock];
-        if (!stack.top) return ::operator new(size > smallBlock ? largeBlock : smallBlock);
-        Free* block = stack.top;
-        stack.top = block->next;
-        --stack.count;
-        return block;
-    }
-
-    void release(void* block, std::size_t size) noexcept {
-        if (size > largeBlock || cacheGone) return ::operator delete(block);
-        Stack& stack = m_stacks[size > smallBlock];
-        if (stack.count == maxCached) return ::operator delete(block);
-        stack.top = new (block) Free{stack.top};
-        ++stack.count;
-    }
-
-private:
-    struct Free {
-        Free* next;
-    };
-    struct Stack {
-        Free* top = nullptr;
-        std::size_t count = 0;
-    };
-    Stack m_stacks[2];
-};
-
-thread_local PayloadCache payloadCache;
-
-} // namespace
-
-void* Variant::ExtValue::operator new(std::size_t size) {
-    return payloadCache.allocate(size);
-}
-
-void Variant::ExtValue::operator delete(void* block, std::size_t size) noexcept {
-    payloadCache.release(block, size);
-}
 
 // --- construction and assignment -----------------------------------------------------------------
 
@@ -202,90 +141,65 @@ Variant& Variant::operator=(const Variant& other) noexcept {
     return *this;
 }
 
-void Variant::setScalar(Type type, std::int64_t word) noexcept {
-    release();
-    m_type = type;
-    m_value.i64 = word;
-}
-
+// Scalars: each argument type gets the tag its constructor gives it.
 Variant& Variant::operator=(std::nullptr_t) noexcept {
-    setScalar(Type::Null, 0);
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Null, &Value::i64, std::int64_t{0});
 }
 
 Variant& Variant::operator=(bool value) noexcept {
-    setScalar(Type::Bool, 0);
-    m_value.b = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Bool, &Value::b, value);
 }
 
 Variant& Variant::operator=(unsigned char value) noexcept {
-    setScalar(Type::Byte, 0);
-    m_value.u8 = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Byte, &Value::u8, value);
 }
 
 Variant& Variant::operator=(short value) noexcept {
-    setScalar(Type::Short, 0);
-    m_value.i16 = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Short, &Value::i16, value);
 }
 
 Variant& Variant::operator=(unsigned short value) noexcept {
-    setScalar(Type::Int32, 0);
-    m_value.i32 = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Int32, &Value::i32, value);
 }
 
 Variant& Variant::operator=(int value) noexcept {
-    setScalar(Type::Int32, 0);
-    m_value.i32 = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Int32, &Value::i32, value);
 }
 
 Variant& Variant::operator=(unsigned int value) noexcept {
-    setScalar(Type::Int64, static_cast<std::int64_t>(value));
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Int64, &Value::i64, static_cast<std::int64_t>(value));
 }
 
 Variant& Variant::operator=(std::int64_t value) noexcept {
-    setScalar(Type::Int64, value);
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Int64, &Value::i64, value);
 }
 
 Variant& Variant::operator=(float value) noexcept {
-    setScalar(Type::Float, 0);
-    m_value.f = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Float, &Value::f, value);
 }
 
 Variant& Variant::operator=(double value) noexcept {
-    setScalar(Type::Double, 0);
-    m_value.d = value;
-    return *this;
+    return VariantAccess::assignScalar(*this, Type::Double, &Value::d, value);
 }
 
 Variant& Variant::operator=(Zel::Time value) noexcept {
-    setScalar(value.isNull() ? Type::Null : Type::Time, 0);
-    if (!value.isNull()) m_value.time = value;
-    return *this;
+    if (value.isNull()) return *this = nullptr;
+    return VariantAccess::assignScalar(*this, Type::Time, &Value::time, value);
 }
 
 Variant& Variant::operator=(Zel::Date value) noexcept {
-    setScalar(value.isNull() ? Type::Null : Type::Date, 0);
-    if (!value.isNull()) m_value.date = value;
-    return *this;
+    if (value.isNull()) return *this = nullptr;
+    return VariantAccess::assignScalar(*this, Type::Date, &Value::date, value);
 }
 
 Variant& Variant::operator=(Zel::DateTime value) noexcept {
-    setScalar(value.isNull() ? Type::Null : Type::Timestamp, 0);
-    if (!value.isNull()) m_value.dateTime = value;
-    return *this;
+    if (value.isNull()) return *this = nullptr;
+    return VariantAccess::assignScalar(*this, Type::Timestamp, &Value::dateTime, value);
 }
 
 void Variant::setText(std::string_view text) {
     if (m_type == Type::String) {
-        static_cast<ExtValueString*>(m_value.ext)->m_value.assign(text.data(), text.size());
+        VariantAccess::string(*this).assign(text.data(), text.size());
         return;
     }
     auto* payload = new ExtValueString(std::string(text)); // may throw: the old value stays
@@ -296,7 +210,7 @@ void Variant::setText(std::string_view text) {
 
 void Variant::setText(std::string&& text) {
     if (m_type == Type::String) {
-        static_cast<ExtValueString*>(m_value.ext)->m_value = std::move(text);
+        VariantAccess::string(*this) = std::move(text);
         return;
     }
     auto* payload = new ExtValueString(std::move(text));
@@ -331,7 +245,9 @@ Variant& Variant::setType(Type type) {
 }
 
 void Variant::clear() noexcept {
-    setScalar(Type::Null, 0);
+    release();
+    m_type = Type::Null;
+    m_value.i64 = 0;
 }
 
 // --- payload management --------------------------------------------------------------------------
@@ -369,38 +285,8 @@ void Variant::cloneExternalValue() {
     m_value.ext = copy;
 }
 
-Detail::VariantMap& Variant::mapPayload() noexcept {
-    return static_cast<ExtValueMap*>(m_value.ext)->m_value;
-}
-
-std::vector<Variant>& Variant::vectorPayload() noexcept {
-    return static_cast<ExtValueVector*>(m_value.ext)->m_value;
-}
-
-const Detail::VariantMap& Variant::_map() const noexcept {
-    return static_cast<const ExtValueMap*>(m_value.ext)->m_value;
-}
-
-const std::vector<Variant>& Variant::_vector() const noexcept {
-    return static_cast<const ExtValueVector*>(m_value.ext)->m_value;
-}
-
 const std::string& Variant::_string() const noexcept {
-    return static_cast<const ExtValueString*>(m_value.ext)->m_value;
-}
-
-Variant Variant::_adoptMap(Detail::VariantMap&& map) {
-    Variant result;
-    result.m_value.ext = new ExtValueMap(std::move(map));
-    result.m_type = Type::Map;
-    return result;
-}
-
-Variant Variant::_adoptVector(std::vector<Variant>&& vector) {
-    Variant result;
-    result.m_value.ext = new ExtValueVector(std::move(vector));
-    result.m_type = Type::Vector;
-    return result;
+    return VariantAccess::string(*this);
 }
 
 void Variant::throwInvalidOperation(const char* operation) const {
@@ -440,8 +326,7 @@ const Zel::Date& Variant::date() const {
 }
 
 Zel::Date& Variant::date() {
-    requireType(Type::Date, "Zel::Variant::date");
-    return m_value.date;
+    return const_cast<Zel::Date&>(std::as_const(*this).date());
 }
 
 const Zel::Time& Variant::time() const {
@@ -450,8 +335,7 @@ const Zel::Time& Variant::time() const {
 }
 
 Zel::Time& Variant::time() {
-    requireType(Type::Time, "Zel::Variant::time");
-    return m_value.time;
+    return const_cast<Zel::Time&>(std::as_const(*this).time());
 }
 
 const Zel::DateTime& Variant::dateTime() const {
@@ -461,13 +345,13 @@ const Zel::DateTime& Variant::dateTime() const {
 
 const LongBinary& Variant::binary() const {
     requireType(Type::Binary, "Zel::Variant::binary");
-    return static_cast<const ExtValueLongBinary*>(m_value.ext)->m_value;
+    return VariantAccess::binary(*this);
 }
 
 LongBinary& Variant::binary() {
     requireType(Type::Binary, "Zel::Variant::binary");
     cloneExternalValue();
-    return static_cast<ExtValueLongBinary*>(m_value.ext)->m_value;
+    return VariantAccess::binary(*this);
 }
 
 // --- conversions ---------------------------------------------------------------------------------
@@ -484,9 +368,9 @@ Variant::operator std::string() const {
     case Type::Double: return formatGeneral(m_value.d);
     case Type::Time: return m_value.time.toString();
     case Type::Date: return m_value.date.toString();
-    case Type::String: return _string();
+    case Type::String: return VariantAccess::string(*this);
     case Type::Binary: {
-        const LongBinary& bytes = static_cast<const ExtValueLongBinary*>(m_value.ext)->m_value;
+        const LongBinary& bytes = VariantAccess::binary(*this);
         return std::string(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(bytes.size()));
     }
     case Type::Timestamp: return m_value.dateTime.toString();
@@ -503,7 +387,7 @@ Variant::operator bool() const {
     case Type::Int32: return m_value.i32 != 0;
     case Type::Int64: return m_value.i64 != 0;
     case Type::String: {
-        const std::string& text = _string();
+        const std::string& text = VariantAccess::string(*this);
         return text == "true" || text == "1";
     }
     default: throwInvalidOperation("Zel::Variant::operator bool");
@@ -532,7 +416,7 @@ Variant::operator int() const {
     case Type::Short: return m_value.i16;
     case Type::Int32: return m_value.i32;
     case Type::String: {
-        const std::string& text = _string();
+        const std::string& text = VariantAccess::string(*this);
         return text.empty() ? 0 : StringUtils::stoi(text);
     }
     default: throwInvalidOperation("Zel::Variant::operator int");
@@ -585,7 +469,7 @@ Variant::operator Zel::Date() const {
     case Type::Date: return m_value.date;
     case Type::String: {
         Zel::Date date;
-        date.setFromSql(_string());
+        date.setFromSql(VariantAccess::string(*this));
         return date;
     }
     default: throwInvalidOperation("Zel::Variant::operator class Zel::Date");
@@ -606,7 +490,7 @@ Variant::operator Zel::DateTime() const {
     case Type::Timestamp: return m_value.dateTime;
     case Type::String: {
         Zel::DateTime dateTime;
-        dateTime.setFromSql(_string());
+        dateTime.setFromSql(VariantAccess::string(*this));
         return dateTime;
     }
     default: throwInvalidOperation("Zel::Variant::operator class Zel::DateTime");
@@ -617,7 +501,7 @@ Variant::operator Zel::DateTime() const {
 
 const Variant& Variant::operator[](const std::string& key) const {
     requireType(Type::Map, "Zel::Variant::operator []");
-    const Variant* value = _map().find(key);
+    const Variant* value = VariantAccess::map(*this).find(key);
     if (!value) throw GenericException("Variant: key not set | key=" + key);
     return *value;
 }
@@ -633,28 +517,28 @@ Variant Variant::at(const std::string& key) const {
 Variant& Variant::setAt(std::string key, Variant value) {
     requireType(Type::Map, "Zel::Variant::setAt");
     cloneExternalValue();
-    mapPayload().insertOrAssign(std::move(key), std::move(value));
+    VariantAccess::map(*this).insertOrAssign(std::move(key), std::move(value));
     return *this;
 }
 
 Variant* Variant::find(const std::string& key) {
     requireType(Type::Map, "Zel::Variant::find");
-    return mapPayload().find(key);
+    return VariantAccess::map(*this).find(key);
 }
 
 const Variant* Variant::find(const std::string& key) const {
     requireType(Type::Map, "Zel::Variant::find");
-    return _map().find(key);
+    return VariantAccess::map(*this).find(key);
 }
 
 bool Variant::contains(const std::string& key) const {
     requireType(Type::Map, "Zel::Variant::contains");
-    return _map().find(key) != nullptr;
+    return VariantAccess::map(*this).find(key) != nullptr;
 }
 
 bool Variant::contains(const std::string& key, Variant& out) const {
     requireType(Type::Map, "Zel::Variant::contains");
-    const Variant* value = _map().find(key);
+    const Variant* value = VariantAccess::map(*this).find(key);
     if (!value) return false;
     out = *value;
     return true;
@@ -663,14 +547,14 @@ bool Variant::contains(const std::string& key, Variant& out) const {
 void Variant::erase(const std::string& key) {
     requireType(Type::Map, "Zel::Variant::erase");
     cloneExternalValue();
-    mapPayload().erase(key);
+    VariantAccess::map(*this).erase(key);
 }
 
 // --- vectors -------------------------------------------------------------------------------------
 
 const Variant& Variant::operator[](int index) const {
     requireType(Type::Vector, "Zel::Variant::operator []");
-    const std::vector<Variant>& elements = _vector();
+    const std::vector<Variant>& elements = VariantAccess::vector(*this);
     if (index < 0 || static_cast<std::size_t>(index) >= elements.size()) {
         throw GenericException("Variant: index not set | index=" + std::to_string(index));
     }
@@ -681,7 +565,7 @@ Variant& Variant::push_back(const Variant& value) {
     requireType(Type::Vector, "Zel::Variant::push_back");
     Variant copy(value); // `value` may live inside this vector, which the append can move
     cloneExternalValue();
-    vectorPayload().push_back(std::move(copy));
+    VariantAccess::vector(*this).push_back(std::move(copy));
     return *this;
 }
 
@@ -689,13 +573,13 @@ Variant& Variant::push_back(Variant&& value) {
     requireType(Type::Vector, "Zel::Variant::push_back");
     Variant moved(std::move(value));
     cloneExternalValue();
-    vectorPayload().push_back(std::move(moved));
+    VariantAccess::vector(*this).push_back(std::move(moved));
     return *this;
 }
 
 bool Variant::contains(const Variant& value) const {
     requireType(Type::Vector, "Zel::Variant::contains");
-    for (const Variant& element : _vector()) {
+    for (const Variant& element : VariantAccess::vector(*this)) {
         if (element == value) return true;
     }
     return false;
@@ -704,24 +588,24 @@ bool Variant::contains(const Variant& value) const {
 void Variant::erase(int index) {
     requireType(Type::Vector, "Zel::Variant::erase");
     cloneExternalValue();
-    std::vector<Variant>& elements = vectorPayload();
+    std::vector<Variant>& elements = VariantAccess::vector(*this);
     elements.erase(elements.begin() + index);
 }
 
 // --- both ----------------------------------------------------------------------------------------
 
 std::uint64_t Variant::size() const {
-    if (m_type == Type::Map) return _map().size();
-    if (m_type == Type::Vector) return _vector().size();
+    if (m_type == Type::Map) return VariantAccess::map(*this).size();
+    if (m_type == Type::Vector) return VariantAccess::vector(*this).size();
     throwInvalidOperation("Zel::Variant::size");
 }
 
 bool Variant::empty() const {
     switch (m_type) {
     case Type::Null: return true;
-    case Type::String: return _string().empty();
-    case Type::Map: return _map().empty();
-    case Type::Vector: return _vector().empty();
+    case Type::String: return VariantAccess::string(*this).empty();
+    case Type::Map: return VariantAccess::map(*this).empty();
+    case Type::Vector: return VariantAccess::vector(*this).empty();
     default: throwInvalidOperation("Zel::Variant::empty");
     }
 }
@@ -750,11 +634,11 @@ const void* Variant::_rawData(std::int64_t* size) const {
     case Type::Double:
     case Type::Timestamp: count = 8; break;
     case Type::String:
-        data = _string().data();
-        count = static_cast<std::int64_t>(_string().size());
+        data = VariantAccess::string(*this).data();
+        count = static_cast<std::int64_t>(VariantAccess::string(*this).size());
         break;
     case Type::Binary: {
-        const LongBinary& bytes = static_cast<const ExtValueLongBinary*>(m_value.ext)->m_value;
+        const LongBinary& bytes = VariantAccess::binary(*this);
         data = bytes.data();
         count = bytes.size();
         break;
@@ -785,7 +669,7 @@ bool sameTagEqual(const Variant& a, const Variant& b) {
         const double y = b;
         return x == y;
     }
-    case Variant::Type::String: return a._string() == b._string();
+    case Variant::Type::String: return VariantAccess::string(a) == VariantAccess::string(b);
     case Variant::Type::Bool:
     case Variant::Type::Byte:
     case Variant::Type::Short:
@@ -807,12 +691,12 @@ bool sameTagEqual(const Variant& a, const Variant& b) {
 bool Variant::operator==(const Variant& other) const {
     if (m_type != other.m_type) return false;
     if (m_type != Type::Map) return sameTagEqual(*this, other);
-    if (_map().size() != other._map().size()) return false;
+    if (VariantAccess::map(*this).size() != VariantAccess::map(other).size()) return false;
 
     // Nested maps are compared from an explicit stack so that depth never exhausts the call stack.
     using Cursor = Detail::VariantMap::Cursor;
     std::vector<std::pair<Cursor, Cursor>> stack;
-    stack.emplace_back(_map().begin(), other._map().begin());
+    stack.emplace_back(VariantAccess::map(*this).begin(), VariantAccess::map(other).begin());
     while (!stack.empty()) {
         auto& [left, right] = stack.back();
         if (left.atEnd()) {
@@ -828,8 +712,8 @@ bool Variant::operator==(const Variant& other) const {
             if (!sameTagEqual(a.second, b.second)) return false;
             continue;
         }
-        if (a.second._map().size() != b.second._map().size()) return false;
-        stack.emplace_back(a.second._map().begin(), b.second._map().begin());
+        if (VariantAccess::map(a.second).size() != VariantAccess::map(b.second).size()) return false;
+        stack.emplace_back(VariantAccess::map(a.second).begin(), VariantAccess::map(b.second).begin());
     }
     return true;
 }

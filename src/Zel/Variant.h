@@ -2,11 +2,11 @@
 
 #include <Zel/Date.h>
 #include <Zel/DateTime.h>
+#include <Zel/Detail/ExtValue.h>
 #include <Zel/LongBinary.h>
 #include <Zel/Time.h>
 #include <Zel/VariantIterator.h>
 
-#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <map>
@@ -17,10 +17,7 @@
 namespace Zel {
 
 namespace Detail {
-class VariantMap;
-}
-namespace Json::Detail {
-class Writer;
+class VariantAccess;
 }
 
 // The library's one dynamic value: null, bool, integers, floating point, date, time, timestamp,
@@ -38,6 +35,10 @@ class Writer;
 //
 // Exceptions: a wrong-type use throws VariantInvalidOperationException and leaves the Variant as it
 // was; missing keys and indexes throw GenericException.
+//
+// toJson is virtual although nothing may derive from Variant: the layout of the vtable pointer,
+// tag and value word is what modules built against the library expect, so the one virtual
+// operation stays. `final` lets the compiler call it directly wherever the static type is known.
 class ZEL_API Variant final {
 public:
     enum class Type : std::int32_t {
@@ -58,20 +59,6 @@ public:
         Map = 14,
         Vector = 15,
     };
-
-    // Base of the shared payloads; the concrete types are internal. Payload blocks come from a
-    // small per-thread cache: documents allocate and free them by the thousand.
-    struct ExtValue {
-        virtual ~ExtValue();
-        virtual ExtValue* clone() const = 0;
-        static void* operator new(std::size_t size);
-        static void operator delete(void* block, std::size_t size) noexcept;
-        std::atomic<std::int32_t> m_refCount{1};
-    };
-    struct ExtValueString;
-    struct ExtValueLongBinary;
-    struct ExtValueMap;
-    struct ExtValueVector;
 
     static constexpr bool hasExternalValue(Type type) noexcept {
         return static_cast<std::int32_t>(type) > 9 && type != Type::Timestamp;
@@ -268,16 +255,14 @@ public:
     // binaries, vectors and tag 11 cannot be compared and throw.
     bool operator==(const Variant& other) const;
 
-    // Internal: the payload of a map, for the JSON reader and writer.
-    const Detail::VariantMap& _map() const noexcept;
-    const std::vector<Variant>& _vector() const noexcept;
+    // The text of a string Variant without a copy. The tag is not checked: call it on strings only.
     const std::string& _string() const noexcept;
-    static Variant _adoptMap(Detail::VariantMap&& map);
-    static Variant _adoptVector(std::vector<Variant>&& vector);
 
 private:
-    friend class VariantIterator;
-    friend class Json::Detail::Writer;
+    // Everything the library's own code needs of the representation goes through this one class.
+    friend class Detail::VariantAccess;
+    // The shared payloads (string, binary, map, vector) derive from it; see Zel/Detail.
+    using ExtValue = Detail::ExtValue;
 
     union Value {
         bool b;
@@ -304,13 +289,10 @@ private:
     }
     static void destroy(ExtValue* payload, Type type) noexcept;
     void cloneExternalValue();
-    void setScalar(Type type, std::int64_t word) noexcept;
     void setText(std::string_view text);
     void setText(std::string&& text);
     [[noreturn]] void throwInvalidOperation(const char* operation) const;
     void requireType(Type type, const char* operation) const;
-    Detail::VariantMap& mapPayload() noexcept;
-    std::vector<Variant>& vectorPayload() noexcept;
 
     Type m_type = Type::Null;
     Value m_value;

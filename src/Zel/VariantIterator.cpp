@@ -1,18 +1,20 @@
 #include <Zel/VariantIterator.h>
 
-#include <Zel/Detail/VariantMap.h>
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/GenericException.h>
 #include <Zel/Variant.h>
 
 namespace Zel {
 
+using Detail::VariantAccess;
+
 const std::string VariantIterator::m_emptyKey;
 
 VariantIterator::VariantIterator(const Variant& variant, bool atEnd) : m_variant(&variant) {
     if (variant.isMap()) {
-        if (atEnd) m_chunk = static_cast<std::uint32_t>(variant._map().chunks().size());
+        if (atEnd) m_chunk = static_cast<std::uint32_t>(VariantAccess::map(variant).chunks().size());
     } else if (variant.isVector()) {
-        if (atEnd) m_index = variant._vector().size();
+        if (atEnd) m_index = VariantAccess::vector(variant).size();
     } else {
         throw GenericException("Variant: You cannot iterate the type '" + Variant::typeToString(variant.type()) + "'");
     }
@@ -20,7 +22,7 @@ VariantIterator::VariantIterator(const Variant& variant, bool atEnd) : m_variant
 
 VariantIterator& VariantIterator::operator++() {
     if (m_variant->isMap()) {
-        if (++m_index == m_variant->_map().chunks()[m_chunk].size()) {
+        if (++m_index == VariantAccess::map(*m_variant).chunks()[m_chunk].size()) {
             ++m_chunk;
             m_index = 0;
         }
@@ -32,12 +34,12 @@ VariantIterator& VariantIterator::operator++() {
 
 const std::string& VariantIterator::key() const {
     if (!m_variant->isMap()) return m_emptyKey;
-    return m_variant->_map().chunks()[m_chunk][m_index].first;
+    return VariantAccess::map(*m_variant).chunks()[m_chunk][m_index].first;
 }
 
 const Variant& VariantIterator::value() const {
-    if (m_variant->isMap()) return m_variant->_map().chunks()[m_chunk][m_index].second;
-    return m_variant->_vector()[m_index];
+    if (m_variant->isMap()) return VariantAccess::map(*m_variant).chunks()[m_chunk][m_index].second;
+    return VariantAccess::vector(*m_variant)[m_index];
 }
 
 } // namespace Zel

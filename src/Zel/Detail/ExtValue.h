@@ -1,40 +1,25 @@
 #pragma once
 
-#include <Zel/Detail/VariantMap.h>
-#include <Zel/Variant.h>
+#include <Zel/Export.h>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
 
-#include <string>
-#include <utility>
-#include <vector>
+namespace Zel::Detail {
 
-// The concrete shared payloads of Variant. Cloning copies the held object; the element Variants of
-// a cloned map or vector share their own payloads, so copy-on-write works level by level.
-namespace Zel {
-
-struct Variant::ExtValueString final : Variant::ExtValue {
-    explicit ExtValueString(std::string value) : m_value(std::move(value)) {}
-    ExtValue* clone() const override { return new ExtValueString(m_value); }
-    std::string m_value;
+// Base of a Variant's shared payloads (string, binary, map, vector; see VariantPayloads.h). It is
+// in a header of its own because Variant's inline copy and release touch the reference count;
+// nothing else about payloads is visible to users.
+//
+// Payload blocks come from a small per-thread cache (PayloadCache.cpp): documents allocate and
+// free them by the thousand.
+struct ZEL_API ExtValue {
+    virtual ~ExtValue();
+    // A new payload with count 1 holding a copy of the object.
+    virtual ExtValue* clone() const = 0;
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block, std::size_t size) noexcept;
+    std::atomic<std::int32_t> m_refCount{1};
 };
 
-struct Variant::ExtValueLongBinary final : Variant::ExtValue {
-    explicit ExtValueLongBinary(LongBinary value) : m_value(std::move(value)) {}
-    ExtValue* clone() const override { return new ExtValueLongBinary(m_value); }
-    LongBinary m_value;
-};
-
-struct Variant::ExtValueMap final : Variant::ExtValue {
-    ExtValueMap() = default;
-    explicit ExtValueMap(Detail::VariantMap value) : m_value(std::move(value)) {}
-    ExtValue* clone() const override { return new ExtValueMap(m_value); }
-    Detail::VariantMap m_value;
-};
-
-struct Variant::ExtValueVector final : Variant::ExtValue {
-    ExtValueVector() = default;
-    explicit ExtValueVector(std::vector<Variant> value) : m_value(std::move(value)) {}
-    ExtValue* clone() const override { return new ExtValueVector(m_value); }
-    std::vector<Variant> m_value;
-};
-
-} // namespace Zel
+} // namespace Zel::Detail

@@ -1,3 +1,4 @@
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/Json/Detail/Writer.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
@@ -18,7 +19,7 @@ std::string text(const char* data, std::uint64_t length) {
 // keeps: no intermediate string, and no allocation for the writer once it has grown.
 void storeReplyOf(const Variant& reply, char** out, std::uint64_t* outLength) {
     if (reply.isString()) {
-        storeReply(reply._string(), out, outLength);
+        storeReply(Zel::Detail::VariantAccess::string(reply), out, outLength);
         return;
     }
     thread_local Json::Detail::Writer writer;
@@ -38,6 +39,40 @@ void store(std::string_view reply, char** out, std::uint64_t* outLength) noexcep
     }
 }
 
+// {"result":<errorResult>,"errMsg":"<message>"}, spelled out at compile time for the replies that
+// are given when building one with the JSON writer has already failed.
+template <std::size_t N>
+class FixedErrorReply {
+public:
+    consteval explicit FixedErrorReply(const char (&message)[N]) {
+        append(R"({"result":)");
+        char digits[12]{};
+        int count = 0;
+        for (int value = ServiceException::errorResult; value != 0; value /= 10)
+            digits[count++] = static_cast<char>('0' + value % 10);
+        while (count > 0)
+            m_text[m_size++] = digits[--count];
+        append(R"(,"errMsg":")");
+        append(message);
+        append(R"("})");
+    }
+
+    std::string text() const { return std::string(m_text, m_size); }
+
+private:
+    template <std::size_t M>
+    consteval void append(const char (&part)[M]) {
+        for (std::size_t i = 0; i + 1 < M; ++i)
+            m_text[m_size++] = part[i];
+    }
+
+    char m_text[N + 40]{};
+    std::size_t m_size = 0;
+};
+
+constexpr FixedErrorReply unknownExceptionReply("Unknown exception");
+constexpr FixedErrorReply outOfMemoryReply("Out of memory");
+
 } // namespace
 
 PluginModule::PluginModule(CreatePlugin createPlugin) : m_createPlugin(std::move(createPlugin)) {}
@@ -45,7 +80,7 @@ PluginModule::PluginModule(CreatePlugin createPlugin) : m_createPlugin(std::move
 PluginModule::~PluginModule() = default;
 
 std::string PluginModule::replyText(const Variant& reply) {
-    return reply.isString() ? reply._string() : reply.toJson();
+    return reply.isString() ? Zel::Detail::VariantAccess::string(reply) : reply.toJson();
 }
 
 std::string PluginModule::errorReplyText() noexcept {
@@ -55,12 +90,15 @@ std::string PluginModule::errorReplyText() noexcept {
         } catch (const ServiceException& error) {
             return error.toJson();
         } catch (const std::exception& error) {
-            return Json::Object().addJson("result", "1359").add("errMsg", error.what()).json();
+            return Json::Object()
+                .addJson("result", std::to_string(ServiceException::errorResult))
+                .add("errMsg", error.what())
+                .json();
         } catch (...) {
-            return R"({"result":1359,"errMsg":"Unknown exception"})";
+            return unknownExceptionReply.text();
         }
     } catch (...) {
-        return R"({"result":1359,"errMsg":"Out of memory"})";
+        return outOfMemoryReply.text();
     }
 }
 

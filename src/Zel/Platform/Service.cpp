@@ -1,3 +1,4 @@
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/Detail/VariantMap.h>
 #include <Zel/InvalidOperationException.h>
 #include <Zel/Platform/IPlugin.h>
@@ -6,8 +7,6 @@
 #include <iterator>
 
 namespace Zel::Platform {
-
-IPlugin::~IPlugin() = default;
 
 Service::Service() : m_interfaces(Variant::makeVector()) {}
 Service::Service(std::string reference)
@@ -48,7 +47,8 @@ Variant Service::resultSuccess() {
 Variant Service::resultSuccess(const Variant& data) {
     // Every successful call builds one of these: both members in one go, already in key order.
     Zel::Detail::VariantMap::Entry entries[] = {{"data", data}, {"result", Variant(0)}};
-    return Variant::_adoptMap(Zel::Detail::VariantMap::fromSorted(std::begin(entries), std::end(entries)));
+    return Zel::Detail::VariantAccess::adoptMap(
+        Zel::Detail::VariantMap::fromSorted(std::begin(entries), std::end(entries)));
 }
 
 Variant Service::resultSuccessJson(const std::string& json) {

@@ -6,7 +6,6 @@
 
 namespace Zel::Platform {
 
-IServiceCaller::~IServiceCaller() = default;
 ServiceCaller::~ServiceCaller() = default;
 
 Variant ServiceCaller::call(const std::string& service, const std::string& operation,
@@ -27,7 +26,7 @@ Variant ServiceCaller::call(const std::string& service, const std::string& opera
 
     if (reply.isMap()) {
         const Variant* result = reply.find("result");
-        // Only 1359 means failure: a receiver is lenient about every other value.
+        // Only the error result means failure: a receiver is lenient about every other value.
         if (result != nullptr && result->isInteger() &&
             static_cast<std::int64_t>(*result) == ServiceException::errorResult)
             throw ServiceException(reply);

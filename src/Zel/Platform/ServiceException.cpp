@@ -1,3 +1,4 @@
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Json/Object.h>
 #include <Zel/Platform/ServiceException.h>
@@ -10,7 +11,7 @@ std::string stringMember(const Variant& reply, const char* key) {
     if (!reply.isMap()) return {};
     const Variant* value = reply.find(key);
     if (value == nullptr || value->isNull()) return {};
-    return value->isString() ? value->_string() : value->toJson();
+    return value->isString() ? Zel::Detail::VariantAccess::string(*value) : value->toJson();
 }
 
 } // namespace
@@ -37,7 +38,7 @@ ServiceException::~ServiceException() = default;
 
 std::string ServiceException::toJson() const {
     Json::Object reply;
-    reply.addJson("result", "1359");
+    reply.addJson("result", std::to_string(errorResult));
     reply.addJson("errMsg", Json::_encodeString(message()));
     reply.addJson("errRef", Json::_encodeString(m_errorRef));
     reply.add("data", m_data);

@@ -2,8 +2,6 @@
 
 namespace Zel::Platform {
 
-IServiceRegistry::~IServiceRegistry() = default;
-
 ServiceRegistryProxy::ServiceRegistryProxy(const IServiceCaller& caller)
     : ServiceProxy(caller, serviceReference) {}
 ServiceRegistryProxy::~ServiceRegistryProxy() = default;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Zel/Detail/Simd.h>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -53,26 +54,17 @@ inline int decimalLength(std::uint64_t value) noexcept {
 
 // Exactly eight digits, leading zeros included; `value` is below 10^8.
 inline void writeEightDigits(char* out, std::uint32_t value) noexcept {
-    if constexpr (std::endian::native == std::endian::little) {
-        // All eight at once in one word, no dependent divisions: split into halves of four digits
-        // in 32-bit lanes, then into pairs in 16-bit lanes, then into digits in bytes, each split
-        // a multiply-and-shift division per lane, the first digit ending up in the lowest byte.
-        const std::uint64_t x = value;
-        const std::uint64_t high = (x * 0x68DB8BBULL) >> 40; // value / 10000
-        const std::uint64_t halves = high | (x - high * 10000) << 32;
-        const std::uint64_t hundreds = ((halves * 0x147B) >> 19) & 0x0000007F0000007FULL;
-        const std::uint64_t pairs = (halves << 16) - hundreds * ((100ULL << 16) - 1);
-        const std::uint64_t tens = ((pairs * 0x67) >> 10) & 0x000F000F000F000FULL;
-        const std::uint64_t digits = (pairs << 8) - tens * ((10ULL << 8) - 1) + 0x3030303030303030ULL;
-        std::memcpy(out, &digits, 8);
-    } else {
-        const std::uint32_t high = value / 10000;
-        const std::uint32_t low = value % 10000;
-        writeDigitPair(out, high / 100);
-        writeDigitPair(out + 2, high % 100);
-        writeDigitPair(out + 4, low / 100);
-        writeDigitPair(out + 6, low % 100);
-    }
+    // All eight at once in one word, no dependent divisions: split into halves of four digits in
+    // 32-bit lanes, then into pairs in 16-bit lanes, then into digits in bytes, each split a
+    // multiply-and-shift division per lane, the first digit ending up in the lowest byte.
+    const std::uint64_t x = value;
+    const std::uint64_t high = (x * 0x68DB8BBULL) >> 40; // value / 10000
+    const std::uint64_t halves = high | (x - high * 10000) << 32;
+    const std::uint64_t hundreds = ((halves * 0x147B) >> 19) & 0x0000007F0000007FULL;
+    const std::uint64_t pairs = (halves << 16) - hundreds * ((100ULL << 16) - 1);
+    const std::uint64_t tens = ((pairs * 0x67) >> 10) & 0x000F000F000F000FULL;
+    const std::uint64_t digits = (pairs << 8) - tens * ((10ULL << 8) - 1) + 0x3030303030303030ULL;
+    Zel::Detail::storeLittle64(out, digits);
 }
 
 // The digits of a value below 10^8 and as many bytes of scratch after them as make eight.
@@ -88,15 +80,8 @@ inline char* writeBelow100Million(char* out, std::uint32_t value) noexcept {
     // All eight places at a fixed cost, then the leading zeros shifted out of the word.
     char places[8];
     writeEightDigits(places, value);
-    std::uint64_t word;
-    std::memcpy(&word, places, 8);
     const int length = decimalLength(value);
-    if constexpr (std::endian::native == std::endian::little) {
-        word >>= 8 * (8 - length);
-    } else {
-        word <<= 8 * (8 - length);
-    }
-    std::memcpy(out, &word, 8);
+    Zel::Detail::storeLittle64(out, Zel::Detail::loadLittle64(places) >> 8 * (8 - length));
     return out + length;
 }
 

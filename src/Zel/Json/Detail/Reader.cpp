@@ -1,3 +1,5 @@
+#include <Zel/Detail/Simd.h>
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/Json/Detail/DecimalToDouble.h>
 #include <Zel/Json/Detail/Reader.h>
 #include <Zel/Json/ParserException.h>
@@ -6,11 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-
-#if defined(__SSE2__) || defined(_M_X64) || defined(_M_AMD64)
-#include <emmintrin.h>
-#define ZEL_JSON_READER_SSE2 1
-#endif
 
 namespace Zel::Json::Detail {
 
@@ -32,7 +29,7 @@ constexpr bool isNumberByte(char c) noexcept {
     return isDigit(c) || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
 }
 
-#ifdef ZEL_JSON_READER_SSE2
+#if ZEL_SIMD_SSE2
 
 inline unsigned quoteOrBackslashMask(const char* at) noexcept {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
@@ -66,16 +63,14 @@ inline bool hasQuoteOrBackslash(std::uint64_t word) noexcept {
 // The first double quote or backslash in [p, end), or end. Reads nothing at or past `end`: the
 // caller's text need not be padded.
 inline const char* findQuoteOrBackslash(const char* p, const char* end) noexcept {
-#ifdef ZEL_JSON_READER_SSE2
+#if ZEL_SIMD_SSE2
     while (end - p >= 16) {
         if (const unsigned mask = quoteOrBackslashMask(p)) return p + std::countr_zero(mask);
         p += 16;
     }
 #else
     while (end - p >= 8) {
-        std::uint64_t word;
-        std::memcpy(&word, p, 8);
-        if (hasQuoteOrBackslash(word)) break;
+        if (hasQuoteOrBackslash(Zel::Detail::loadLittle64(p))) break;
         p += 8;
     }
 #endif
@@ -86,7 +81,7 @@ inline const char* findQuoteOrBackslash(const char* p, const char* end) noexcept
 
 // The first byte in [p, end) that is not white space, or end.
 const char* skipWhiteSpaceRun(const char* p, const char* end) noexcept {
-#ifdef ZEL_JSON_READER_SSE2
+#if ZEL_SIMD_SSE2
     // Indentation comes in runs of a newline and many spaces.
     while (end - p >= 16) {
         if (const unsigned mask = notWhiteSpaceMask(p)) return p + std::countr_zero(mask);
@@ -101,15 +96,7 @@ const char* skipWhiteSpaceRun(const char* p, const char* end) noexcept {
 // Eight digits at once: numbers in real documents (ids, prices, coordinates) are mostly runs of
 // eight digits or more.
 inline std::uint64_t loadWord(const char* at) noexcept {
-    std::uint64_t word;
-    std::memcpy(&word, at, 8);
-    if constexpr (std::endian::native == std::endian::big) {
-        std::uint64_t swapped = 0;
-        for (int i = 0; i < 8; ++i, word >>= 8)
-            swapped = swapped << 8 | (word & 0xFF);
-        word = swapped;
-    }
-    return word; // the first byte in the low bits
+    return Zel::Detail::loadLittle64(at);
 }
 
 struct DigitRun {
@@ -456,7 +443,7 @@ Variant Reader::readFloat(const char* first, const char* last) {
 
 Variant Reader::closeObject(std::size_t start) {
     std::vector<Zel::Detail::VariantMap::Entry>& members = m_scratch.members;
-    Variant map = Variant::_adoptMap(
+    Variant map = Zel::Detail::VariantAccess::adoptMap(
         Zel::Detail::VariantMap::fromUnsorted(members.data() + start, members.data() + members.size()));
     members.erase(members.begin() + static_cast<std::ptrdiff_t>(start), members.end());
     return map;
@@ -465,7 +452,7 @@ Variant Reader::closeObject(std::size_t start) {
 Variant Reader::closeVector(std::size_t start) {
     std::vector<Variant>& values = m_scratch.values;
     const auto from = values.begin() + static_cast<std::ptrdiff_t>(start);
-    Variant vector = Variant::_adoptVector(
+    Variant vector = Zel::Detail::VariantAccess::adoptVector(
         std::vector<Variant>(std::make_move_iterator(from), std::make_move_iterator(values.end())));
     values.erase(from, values.end());
     return vector;

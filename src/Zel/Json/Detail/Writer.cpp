@@ -1,4 +1,5 @@
-#include <Zel/Detail/ExtValue.h>
+#include <Zel/Detail/Simd.h>
+#include <Zel/Detail/VariantAccess.h>
 #include <Zel/Detail/VariantMap.h>
 #include <Zel/GenericException.h>
 #include <Zel/Json/Detail/DecimalDigits.h>
@@ -10,12 +11,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#endif
+#include <type_traits>
 
 namespace Zel::Json::Detail {
+
+using Zel::Detail::VariantAccess;
 
 namespace {
 
@@ -42,20 +42,17 @@ constexpr std::uint64_t highs = 0x8080808080808080ULL;
 // Fills the unused bytes of a short word: a byte that never needs escaping.
 constexpr std::uint64_t filler = ones * 'a';
 
+// Words hold their first byte in the lowest bits, whatever the processor's byte order.
 inline std::uint64_t load64(const char* p) noexcept {
-    std::uint64_t word;
-    std::memcpy(&word, p, 8);
-    return word;
+    return Zel::Detail::loadLittle64(p);
 }
 
 inline std::uint64_t load32(const char* p) noexcept {
-    std::uint32_t word;
-    std::memcpy(&word, p, 4);
-    return word;
+    return Zel::Detail::loadLittle32(p);
 }
 
 inline void store64(char* p, std::uint64_t word) noexcept {
-    std::memcpy(p, &word, 8);
+    Zel::Detail::storeLittle64(p, word);
 }
 
 // The high bit of each byte below 0x20, of each double quote and of each backslash. Borrows can
@@ -69,7 +66,7 @@ inline std::uint64_t escapeMask(std::uint64_t word) noexcept {
 
 // Copies 16 bytes and returns a bit per byte that needs escaping, the lowest bit for the first byte.
 inline unsigned escapeMarks16(const char* in, char* out) noexcept {
-#if defined(__SSE2__) || defined(_M_X64)
+#if ZEL_SIMD_SSE2
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
     const __m128i quotes = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
@@ -132,15 +129,11 @@ inline char* writeEscape(char* out, unsigned char byte) noexcept {
 inline void prefetch(const void* address) noexcept {
 #if defined(__GNUC__) || defined(__clang__)
     __builtin_prefetch(address);
-#elif defined(_M_X64)
+#elif ZEL_SIMD_SSE2
     _mm_prefetch(static_cast<const char*>(address), _MM_HINT_T0);
 #else
     (void)address;
 #endif
-}
-
-inline bool needsEscape(unsigned char byte) noexcept {
-    return byte < 0x20 || byte == '"' || byte == '\\';
 }
 
 inline const Variant& valueOf(const Variant& value) noexcept {
@@ -148,10 +141,6 @@ inline const Variant& valueOf(const Variant& value) noexcept {
 }
 inline const Variant& valueOf(const Zel::Detail::VariantMap::Entry& entry) noexcept {
     return entry.second;
-}
-
-inline bool isContainer(Variant::Type type) noexcept {
-    return type == Variant::Type::Map || type == Variant::Type::Vector;
 }
 
 } // namespace
@@ -182,18 +171,16 @@ std::string Writer::take() {
 
 // The text in quotes. Needs room for its bytes and stringRoom more; reserves its own for escapes.
 char* Writer::writeQuoted(char* out, const char* in, std::size_t length) {
-    if constexpr (std::endian::native == std::endian::little) {
-        // Most keys and many values fit in two words: one check for the whole text.
-        if (length <= 16 && length > 0) {
-            const std::uint64_t first = length >= 8 ? load64(in) : loadShort(in, length);
-            const std::uint64_t last = length > 8 ? load64(in + length - 8) : filler;
-            if ((escapeMask(first) | escapeMask(last)) == 0) {
-                out[0] = '"';
-                store64(out + 1, first);
-                if (length > 8) store64(out + 1 + length - 8, last);
-                out[length + 1] = '"';
-                return out + length + 2;
-            }
+    // Most keys and many values fit in two words: one check for the whole text.
+    if (length <= 16 && length > 0) {
+        const std::uint64_t first = length >= 8 ? load64(in) : loadShort(in, length);
+        const std::uint64_t last = length > 8 ? load64(in + length - 8) : filler;
+        if ((escapeMask(first) | escapeMask(last)) == 0) {
+            out[0] = '"';
+            store64(out + 1, first);
+            if (length > 8) store64(out + 1 + length - 8, last);
+            out[length + 1] = '"';
+            return out + length + 2;
         }
     }
     return writeQuotedEscaped(out, in, length);
@@ -205,15 +192,7 @@ char* Writer::writeQuotedEscaped(char* out, const char* in, std::size_t length) 
     for (;;) {
         const auto left = static_cast<std::size_t>(end - in);
         std::size_t clean;
-        if constexpr (std::endian::native != std::endian::little) {
-            // The word tricks assume that the first byte in memory is the lowest of a word.
-            if (left == 0) break;
-            if (!needsEscape(static_cast<unsigned char>(*in))) {
-                *out++ = *in++;
-                continue;
-            }
-            clean = 0;
-        } else if (left >= 16) {
+        if (left >= 16) {
             const unsigned marks = escapeMarks16(in, out);
             if (marks == 0) {
                 in += 16;
@@ -256,6 +235,14 @@ char* Writer::writeQuotedEscaped(char* out, const char* in, std::size_t length) 
     return out + 1;
 }
 
+// A string value and the comma after it.
+inline char* Writer::writeStringMember(char* out, const Variant& value) {
+    const std::string& text = VariantAccess::string(value);
+    out = writeQuoted(reserve(out, text.size() + stringRoom), text.data(), text.size());
+    *out = ',';
+    return out + 1;
+}
+
 void Writer::writeString(std::string_view text) {
     m_cursor = writeQuoted(reserve(m_cursor, text.size() + stringRoom), text.data(), text.size());
 }
@@ -264,8 +251,8 @@ void Writer::writeString(std::string_view text) {
 char* Writer::writeScalar(char* out, const Variant& value) {
     // A member's room: opening quote, the key's slack, closing quote and colon, the widest number, comma.
     static_assert(memberRoom >= 1 + storeSlack + 2 + DoubleWriter::maxWrite + 1);
-    const Variant::Value& word = value.m_value;
-    switch (value.m_type) {
+    const VariantAccess::Word& word = VariantAccess::word(value);
+    switch (value.type()) {
     case Variant::Type::Null:
         std::memcpy(out, "null,", 5);
         return out + 5;
@@ -290,7 +277,7 @@ char* Writer::writeScalar(char* out, const Variant& value) {
         break;
     case Variant::Type::Float:
     case Variant::Type::Double: {
-        const double number = value.m_type == Variant::Type::Double ? word.d : static_cast<double>(word.f);
+        const double number = value.type() == Variant::Type::Double ? word.d : static_cast<double>(word.f);
         if (!std::isfinite(number)) {
             // JSON has no spelling for NaN or infinity.
             std::memcpy(out, "null,", 5);
@@ -309,38 +296,33 @@ char* Writer::writeScalar(char* out, const Variant& value) {
 // Writes an empty container whole, or opens one and pushes it (true). Needs three bytes of room;
 // leaves m_cursor after what it wrote.
 bool Writer::open(char* out, const Variant& container) {
-    if (container.m_type == Variant::Type::Map) {
-        const Zel::Detail::VariantMap& map =
-            static_cast<const Variant::ExtValueMap*>(container.m_value.ext)->m_value;
-        if (map.empty()) {
-            std::memcpy(out, "{},", 3);
-            m_cursor = out + 3;
-            return false;
-        }
-        *out = '{';
-        m_cursor = out + 1;
+    if (container.type() == Variant::Type::Map) {
+        const Zel::Detail::VariantMap& map = VariantAccess::map(container);
         const Zel::Detail::VariantMap::Chunk& chunk = map.chunks()[0];
-        const Entry* const first = chunk.data();
-        const Entry* const last = first + chunk.size();
-        const Entry* const frontier = last - first > firstRun ? first + firstRun : last;
-        prefetchRun(first, frontier);
-        m_stack.push_back(Frame{nullptr, nullptr, first, last, &map, 0, frontier});
-        return true;
+        return openRun(out, "{},", map.empty(), chunk.data(), chunk.data() + chunk.size(), &map);
     }
-    const std::vector<Variant>& elements =
-        static_cast<const Variant::ExtValueVector*>(container.m_value.ext)->m_value;
-    if (elements.empty()) {
-        std::memcpy(out, "[],", 3);
+    const std::vector<Variant>& elements = VariantAccess::vector(container);
+    return openRun(out, "[],", elements.empty(), elements.data(), elements.data() + elements.size(), nullptr);
+}
+
+// `brackets` is the empty container's text; the first run of members is prefetched.
+template <class Member>
+bool Writer::openRun(char* out, const char* brackets, bool empty, const Member* first, const Member* last,
+                     const Zel::Detail::VariantMap* map) {
+    if (empty) {
+        std::memcpy(out, brackets, 3);
         m_cursor = out + 3;
         return false;
     }
-    *out = '[';
+    *out = brackets[0];
     m_cursor = out + 1;
-    const Variant* const first = elements.data();
-    const Variant* const last = first + elements.size();
-    const Variant* const frontier = last - first > firstRun ? first + firstRun : last;
+    const Member* const frontier = last - first > firstRun ? first + firstRun : last;
     prefetchRun(first, frontier);
-    m_stack.push_back(Frame{first, last, nullptr, nullptr, nullptr, 0, frontier});
+    if constexpr (std::is_same_v<Member, Entry>) {
+        m_stack.push_back(Frame{nullptr, nullptr, first, last, map, 0, frontier});
+    } else {
+        m_stack.push_back(Frame{first, last, nullptr, nullptr, nullptr, 0, frontier});
+    }
     return true;
 }
 
@@ -348,15 +330,15 @@ bool Writer::open(char* out, const Variant& container) {
 // a value's payload, then the text or the elements it points to. Asking for them a run of members
 // ahead overlaps those misses with one another and with the writing.
 void Writer::prefetchPayload(const Variant& value) noexcept {
-    if (Variant::hasExternalValue(value.m_type)) prefetch(value.m_value.ext);
+    if (Variant::hasExternalValue(value.type())) prefetch(VariantAccess::payload(value));
 }
 
 void Writer::prefetchContents(const Variant& value) noexcept {
-    switch (value.m_type) {
+    switch (value.type()) {
     case Variant::Type::String: {
         // The whole text, up to a point: long values are what the hardware's own prefetching
         // picks up by itself after a few lines.
-        const std::string& text = static_cast<const Variant::ExtValueString*>(value.m_value.ext)->m_value;
+        const std::string& text = VariantAccess::string(value);
         const char* line = text.data();
         const char* const end = line + std::min<std::size_t>(text.size(), 1024);
         for (; line < end; line += 64)
@@ -364,14 +346,13 @@ void Writer::prefetchContents(const Variant& value) noexcept {
         break;
     }
     case Variant::Type::Map: {
-        const Zel::Detail::VariantMap& map =
-            static_cast<const Variant::ExtValueMap*>(value.m_value.ext)->m_value;
+        const Zel::Detail::VariantMap& map = VariantAccess::map(value);
         // The first chunk alone, empty for an empty map: the map's size lies in another line.
         prefetch(map.chunks()[0].data());
         break;
     }
     case Variant::Type::Vector:
-        prefetch(static_cast<const Variant::ExtValueVector*>(value.m_value.ext)->m_value.data());
+        prefetch(VariantAccess::vector(value).data());
         break;
     default:
         break;
@@ -393,16 +374,14 @@ void Writer::prefetchRun(const Member* first, const Member* last) noexcept {
 
 // The third stage: the payloads of a container's first members.
 void Writer::prefetchGrandchildren(const Variant& value) noexcept {
-    if (value.m_type == Variant::Type::Map) {
-        const Zel::Detail::VariantMap& map =
-            static_cast<const Variant::ExtValueMap*>(value.m_value.ext)->m_value;
+    if (value.type() == Variant::Type::Map) {
+        const Zel::Detail::VariantMap& map = VariantAccess::map(value);
         const Zel::Detail::VariantMap::Chunk& chunk = map.chunks()[0];
         const std::size_t count = std::min<std::size_t>(chunk.size(), 4);
         for (std::size_t i = 0; i < count; ++i)
             prefetchPayload(chunk[i].second);
-    } else if (value.m_type == Variant::Type::Vector) {
-        const std::vector<Variant>& elements =
-            static_cast<const Variant::ExtValueVector*>(value.m_value.ext)->m_value;
+    } else if (value.type() == Variant::Type::Vector) {
+        const std::vector<Variant>& elements = VariantAccess::vector(value);
         const std::size_t count = std::min<std::size_t>(elements.size(), 4);
         for (std::size_t i = 0; i < count; ++i)
             prefetchPayload(elements[i]);
@@ -429,14 +408,10 @@ bool Writer::continueMap(Frame& frame) {
             // One check for the key, its quotes, the colon and any scalar but a string.
             out = writeQuoted(reserve(out, key.size() + memberRoom), key.data(), key.size());
             *out++ = ':';
-            switch (value.m_type) {
-            case Variant::Type::String: {
-                const std::string& text =
-                    static_cast<const Variant::ExtValueString*>(value.m_value.ext)->m_value;
-                out = writeQuoted(reserve(out, text.size() + stringRoom), text.data(), text.size());
-                *out++ = ',';
+            switch (value.type()) {
+            case Variant::Type::String:
+                out = writeStringMember(out, value);
                 break;
-            }
             case Variant::Type::Map:
             case Variant::Type::Vector:
                 frame.entry = entry;
@@ -472,13 +447,10 @@ bool Writer::continueVector(Frame& frame) {
             frame.frontier = runEnd;
         }
         const Variant& value = *element++;
-        switch (value.m_type) {
-        case Variant::Type::String: {
-            const std::string& text = static_cast<const Variant::ExtValueString*>(value.m_value.ext)->m_value;
-            out = writeQuoted(reserve(out, text.size() + stringRoom), text.data(), text.size());
-            *out++ = ',';
+        switch (value.type()) {
+        case Variant::Type::String:
+            out = writeStringMember(out, value);
             break;
-        }
         case Variant::Type::Map:
         case Variant::Type::Vector:
             frame.element = element;
@@ -498,13 +470,10 @@ void Writer::write(const Variant& root) {
     // Containers are walked from an explicit stack, so depth is limited by memory only.
     const std::size_t bottom = m_stack.size();
     char* out = reserve(m_cursor, memberRoom);
-    switch (root.m_type) {
-    case Variant::Type::String: {
-        const std::string& text = static_cast<const Variant::ExtValueString*>(root.m_value.ext)->m_value;
-        m_cursor = writeQuoted(reserve(out, text.size() + stringRoom), text.data(), text.size());
-        *m_cursor++ = ',';
+    switch (root.type()) {
+    case Variant::Type::String:
+        m_cursor = writeStringMember(out, root);
         break;
-    }
     case Variant::Type::Map:
     case Variant::Type::Vector:
         open(out, root);

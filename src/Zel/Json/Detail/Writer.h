@@ -64,8 +64,12 @@ private:
     void grow(std::size_t needed);
     char* writeQuoted(char* out, const char* text, std::size_t length);
     char* writeQuotedEscaped(char* out, const char* text, std::size_t length);
+    char* writeStringMember(char* out, const Variant& value);
     static char* writeScalar(char* out, const Variant& value);
     bool open(char* out, const Variant& container);
+    template <class Member>
+    bool openRun(char* out, const char* brackets, bool empty, const Member* first, const Member* last,
+                 const Zel::Detail::VariantMap* map);
     bool continueMap(Frame& frame);
     bool continueVector(Frame& frame);
     static void prefetchPayload(const Variant& value) noexcept;

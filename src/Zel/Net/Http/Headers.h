@@ -30,7 +30,9 @@ namespace Zel::Net::Http {
 // headers, from iteration or find, stay valid until the headers are changed.
 //
 // Storage: names and values lie back to back in one buffer (of at most 4 GiB), so a whole header
-// block costs a couple of allocations. Up to 16 headers are found by a linear scan; beyond that a hash index
+// block costs a couple of allocations. Setting a field that would take the buffer past 4 GiB
+// throws std::length_error, as a standard container that cannot grow does, and leaves the headers
+// as they were. Up to 16 headers are found by a linear scan; beyond that a hash index
 // keeps look-ups constant-time, however many headers a peer sends.
 class ZEL_API Headers : public Json::IJsonable {
 public:

@@ -1,6 +1,7 @@
 #include <Zel/Net/Http/Reader.h>
 
 #include <Zel/ArgumentException.h>
+#include <Zel/Detail/Simd.h>
 #include <Zel/IO/BufferedStream.h>
 #include <Zel/IO/NullStream.h>
 #include <Zel/Net/Http/ChunkedTransferBodyStream.h>
@@ -19,13 +20,6 @@
 #include <limits>
 #include <string_view>
 #include <typeinfo>
-
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define ZEL_HTTP_SIMD 1
-#else
-#define ZEL_HTTP_SIMD 0
-#endif
 
 namespace Zel::Net::Http {
 
@@ -75,7 +69,7 @@ constexpr CharClass textChars = makeRange(0x20, 0x7E);
 
 // The first byte in [cursor, end) that the class refuses, or end.
 inline const char* scan(const CharClass& accept, const char* cursor, const char* end) noexcept {
-#if ZEL_HTTP_SIMD
+#if ZEL_SIMD_SSE2
     if (accept.isRange) {
         // In the range exactly when (byte - low), unsigned, is at most (high - low).
         const __m128i low = _mm_set1_epi8(static_cast<char>(accept.low));

@@ -1,4 +1,5 @@
 #include <Zel/Db/Firebird/Detail/ParameterBinder.h>
+#include <Zel/Detail/VariantAccess.h>
 #include <algorithm>
 #include <bit>
 #include <cstdint>
@@ -45,7 +46,7 @@ unsigned inlineLength(std::uint16_t signature) {
 }
 
 std::string_view textOf(const Variant& value, const std::string& json) {
-    return value.isString() ? std::string_view(value._string()) : std::string_view(json);
+    return value.isString() ? std::string_view(Zel::Detail::VariantAccess::string(value)) : std::string_view(json);
 }
 
 // The bytes a string, binary, map or vector (its JSON text in `json`) is sent as.
@@ -109,7 +110,7 @@ bool ParameterBinder::fitsDeclared(const Variant& value, const Declared& declare
     switch (declared.type) {
     case SQL_VARYING:
         if (value.isString())
-            return declared.charSet != charSetOctets && value._string().size() <= declared.length &&
+            return declared.charSet != charSetOctets && Zel::Detail::VariantAccess::string(value).size() <= declared.length &&
                    (declared.charSet == charSetUtf8 || declared.charSet == 0);
         return value.type() == Variant::Type::Binary && declared.charSet == charSetOctets &&
                static_cast<unsigned>(value.binary().size()) <= declared.length;

@@ -1,0 +1,7 @@
+#include <Zel/Detail/ExtValue.h>
+
+namespace Zel::Detail {
+
+ExtValue::~ExtValue() = default;
+
+} // namespace Zel::Detail

@@ -1,0 +1,7 @@
+#include <Zel/Platform/IServiceCaller.h>
+
+namespace Zel::Platform {
+
+IServiceCaller::~IServiceCaller() = default;
+
+} // namespace Zel::Platform
