@@ -18,7 +18,10 @@ Variant& sectionMap(Variant& tree, const std::string& section) {
         const std::string key =
             section.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
         Variant* next = level->find(key);
-        if (!next || !next->isMap()) next = &level->setAt(key, Variant::makeMap());
+        if (!next || !next->isMap()) {
+            level->setAt(key, Variant::makeMap()); // returns the map it was called on, not the entry
+            next = level->find(key);
+        }
         level = next;
         if (dot == std::string::npos) return *level;
         start = dot + 1;
