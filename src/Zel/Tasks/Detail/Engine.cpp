@@ -300,6 +300,13 @@ void Engine::handToWorker(Guard& guard, QueuePtr queue) {
     }
 }
 
+bool Engine::takeBackOffer(Guard&, const Queue& queue) {
+    if (m_offers.size() != 1 || m_offers.front().get() != &queue) return false;
+    m_offers.pop_front();
+    m_offerCount.store(0, std::memory_order_release);
+    return true;
+}
+
 void Engine::wakeOne(Guard&) {
     ParkedWorker* parked = m_parked.back();
     m_parked.pop_back();

@@ -132,6 +132,9 @@ public:
     void forgetQueue(Guard& guard, const Queue& queue);
     // The queue has a run it may start now: a worker will come for it.
     void handToWorker(Guard& guard, QueuePtr queue);
+    // Withdraws the queue's offer when it is the only one: no other queue waits for a worker, so the
+    // worker that finished a run of it may go on with the next without a turn through the offers.
+    bool takeBackOffer(Guard& guard, const Queue& queue);
     // A worker finished executing a run (whatever its outcome): the pool made progress.
     void runExecuted(Guard&) noexcept { ++m_executed; }
 
