@@ -15,7 +15,7 @@ for group in "${groups[@]}"; do
     case "$group" in
     build) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libssl-dev tzdata "${database[@]}") ;;
     test) packages+=(cmake ninja-build g++ pkg-config libboost1.81-dev libssl-dev openssl tzdata "${database[@]}" libgtest-dev libgmock-dev
-                     libsqliteodbc odbc-postgresql postgresql) ;;
+                     libsqliteodbc odbc-postgresql postgresql ccache) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     bench) packages+=("${database[@]}" libsqlite3-dev libsqliteodbc libbenchmark-dev nlohmann-json3-dev rapidjson-dev
                       libsimdjson-dev libboost1.81-dev libboost-json1.81-dev libpoco-dev libspdlog-dev libhttp-parser-dev

@@ -11,6 +11,12 @@ root=$PWD
 
 scripts/install-deps.sh test fuzz
 
+# Rebuilds of the same sources (a second run, another clone on the same machine) come from ccache;
+# paths are hashed relative to the clone, so clones in other places share the cache.
+if command -v ccache >/dev/null; then
+    export CCACHE_BASEDIR=$root CMAKE_CXX_COMPILER_LAUNCHER=ccache CMAKE_C_COMPILER_LAUNCHER=ccache
+fi
+
 echo "== generated tables match their generator"
 python3 scripts/gen-pow10-tables.py --check
 
