@@ -298,7 +298,7 @@ std::string Host::forward(const std::string& module, const PluginLibrary& librar
         const Zel::Variant parsed = Zel::Json::parse(reply);
         if (parsed.isMap() && parsed.contains("result") && parsed["result"].isInteger()) {
             // An error reply without an errRef is an exception the plug-in did not mean to throw.
-            if (static_cast<std::int64_t>(parsed["result"]) == 1359 && !parsed.contains("errRef")) {
+            if (static_cast<std::int64_t>(parsed["result"]) == Zel::Platform::ServiceException::errorResult && !parsed.contains("errRef")) {
                 const Zel::Variant* message = parsed.find("errMsg");
                 std::fprintf(stderr, "zel-host: plug-in module %s failed in %s.%s: %s\n", module.c_str(),
                              service.c_str(), operation.c_str(),
@@ -321,7 +321,8 @@ void Host::fromPlugin(std::size_t slot, const char* service, std::uint64_t servi
         Host* host = s_instance.load();
         const std::string text =
             host == nullptr || slot >= maxPlugins || !host->m_slots[slot]
-                ? std::string(R"({"result":1359,"errMsg":"The host is shutting down"})")
+                ? R"({"result":)" + std::to_string(Zel::Platform::ServiceException::errorResult) +
+                      R"(,"errMsg":"The host is shutting down"})"
                 : host->handle(host->m_slots[slot]->name, std::string(service, serviceLength),
                                std::string(operation, operationLength), std::string(params, paramsLength));
         Zel::Platform::storeReply(text, reply, replyLength);

@@ -1,5 +1,7 @@
 #include "HttpFront.h"
 
+#include <Zel/Platform/ServiceException.h>
+
 #include <Zel/Json/Json.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
@@ -20,7 +22,7 @@ using namespace Zel::Net::Http;
 // The reply of a call that never reached a service.
 std::string errorReply(const std::string& message, const std::string& errorRef) {
     Zel::Variant reply(Zel::Variant::Type::Map);
-    reply.setAt("result", 1359);
+    reply.setAt("result", Zel::Platform::ServiceException::errorResult);
     reply.setAt("errMsg", message);
     reply.setAt("errRef", errorRef);
     return reply.toJson();
@@ -101,8 +103,8 @@ int HttpFront::statusFor(const std::string& replyJson) {
         return 502;
     }
     if (!reply.isMap() || !reply.contains("result")) return 502;
-    // Only 1359 is a failure; any other result counts as success, as for every receiver.
-    if (static_cast<std::int64_t>(reply["result"]) != 1359) return 200;
+    // Only the error result is a failure; any other result counts as success, as for every receiver.
+    if (static_cast<std::int64_t>(reply["result"]) != Zel::Platform::ServiceException::errorResult) return 200;
     const std::string errorRef =
         reply.contains("errRef") ? static_cast<std::string>(reply["errRef"]) : "internalServerError";
     const std::string message = reply.contains("errMsg") ? static_cast<std::string>(reply["errMsg"]) : "";
