@@ -1,5 +1,4 @@
 #include <Zel/StringUtils.h>
-
 #include <limits>
 #include <stdexcept>
 
@@ -31,7 +30,8 @@ struct Parsed {
 Parsed scan(std::string_view text, int base) {
     Parsed result;
     std::size_t i = 0;
-    while (i < text.size() && isSpace(text[i])) ++i;
+    while (i < text.size() && isSpace(text[i]))
+        ++i;
     if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
         result.negative = text[i] == '-';
         ++i;
@@ -63,7 +63,8 @@ int stoi(std::string_view text, std::size_t* consumed, int base) {
     const unsigned long long maxMagnitude =
         parsed.negative ? static_cast<unsigned long long>(std::numeric_limits<int>::max()) + 1
                         : static_cast<unsigned long long>(std::numeric_limits<int>::max());
-    if (parsed.overflow || parsed.magnitude > maxMagnitude) throw std::out_of_range("stoi argument out of range");
+    if (parsed.overflow || parsed.magnitude > maxMagnitude)
+        throw std::out_of_range("stoi argument out of range");
     if (consumed) *consumed = parsed.end;
     const long long value = parsed.negative ? -static_cast<long long>(parsed.magnitude)
                                             : static_cast<long long>(parsed.magnitude);
@@ -96,6 +97,21 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
         if (x != y) return false;
     }
     return true;
+}
+
+std::string_view trimBlanks(std::string_view text) noexcept {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
+    return text;
+}
+
+int hexDigitValue(char c) noexcept {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
 }
 
 } // namespace Zel::StringUtils

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Zel/Export.h>
-
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,5 +23,12 @@ ZEL_API std::string toUpper(std::string_view text);
 // Whether the texts are equal once ASCII letters are folded to one case; other bytes compare as
 // they are.
 ZEL_API bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept;
+
+// Without the spaces and tabs at either end (the blanks of header fields, INI lines and connection
+// strings; line ends are the caller's).
+ZEL_API std::string_view trimBlanks(std::string_view text) noexcept;
+
+// The value of a hexadecimal digit (0-9, a-f, A-F), -1 for any other byte.
+ZEL_API int hexDigitValue(char c) noexcept;
 
 } // namespace Zel::StringUtils

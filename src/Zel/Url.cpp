@@ -1,4 +1,5 @@
 #include <Zel/Url.h>
+#include <Zel/StringUtils.h>
 
 #include <Zel/ArgumentException.h>
 
@@ -18,13 +19,6 @@ bool isDigit(char c) noexcept {
 
 bool isSchemeChar(char c) noexcept {
     return isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.';
-}
-
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
 }
 
 [[noreturn]] void throwInvalid(const char* what, std::string_view url) {
@@ -252,8 +246,8 @@ std::string Url::decode(std::string_view text, bool plusAsSpace) {
     decoded.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        if (c == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
-            decoded += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+        if (c == '%' && i + 2 < text.size() && StringUtils::hexDigitValue(text[i + 1]) >= 0 && StringUtils::hexDigitValue(text[i + 2]) >= 0) {
+            decoded += static_cast<char>(StringUtils::hexDigitValue(text[i + 1]) * 16 + StringUtils::hexDigitValue(text[i + 2]));
             i += 2;
         } else if (c == '+' && plusAsSpace) {
             decoded += ' ';

@@ -1,4 +1,5 @@
 #include <Zel/ArgumentException.h>
+#include <Zel/StringUtils.h>
 #include <Zel/Detail/SecureRandom.h>
 #include <Zel/Uuid.h>
 #include <Zel/Variant.h>
@@ -10,13 +11,6 @@ namespace Zel {
 
 namespace {
 
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 // Reads 32 hex digits, with hyphens exactly at the canonical places when `hyphens` is set.
 bool readHex(std::string_view text, bool hyphens, Uuid::Bytes& bytes) noexcept {
     std::size_t pos = 0;
@@ -25,8 +19,8 @@ bool readHex(std::string_view text, bool hyphens, Uuid::Bytes& bytes) noexcept {
             if (text[pos] != '-') return false;
             ++pos;
         }
-        const int high = hexValue(text[pos]);
-        const int low = hexValue(text[pos + 1]);
+        const int high = StringUtils::hexDigitValue(text[pos]);
+        const int low = StringUtils::hexDigitValue(text[pos + 1]);
         if (high < 0 || low < 0) return false;
         bytes[i] = static_cast<std::uint8_t>(high << 4 | low);
         pos += 2;

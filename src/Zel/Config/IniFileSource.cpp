@@ -2,8 +2,6 @@
 #include <Zel/Config/Detail/TextValue.h>
 #include <Zel/Config/IniFileSource.h>
 #include <Zel/Text/Ini.h>
-#include <fstream>
-#include <sstream>
 
 namespace Zel::Config {
 
@@ -39,13 +37,10 @@ std::string IniFileSource::name() const {
 }
 
 Variant IniFileSource::read() const {
-    std::ifstream file(m_path, std::ios::binary);
-    if (!file) throw ConfigException("Config: cannot read the file | source=" + name());
-    std::ostringstream text;
-    text << file.rdbuf();
+    const std::string text = Detail::readSourceFile(m_path, name());
     Variant ini;
     try {
-        ini = Text::parseIni(text.str());
+        ini = Text::parseIni(text);
     } catch (const GenericException& error) {
         throw ConfigException("Config: malformed INI | error=" + std::string(error.what()) +
                               " | source=" + name());

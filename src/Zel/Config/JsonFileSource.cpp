@@ -1,8 +1,7 @@
 #include <Zel/Config/ConfigException.h>
+#include <Zel/Config/Detail/TextValue.h>
 #include <Zel/Config/JsonFileSource.h>
 #include <Zel/Json/Json.h>
-#include <fstream>
-#include <sstream>
 
 namespace Zel::Config {
 
@@ -14,13 +13,10 @@ std::string JsonFileSource::name() const {
 }
 
 Variant JsonFileSource::read() const {
-    std::ifstream file(m_path, std::ios::binary);
-    if (!file) throw ConfigException("Config: cannot read the file | source=" + name());
-    std::ostringstream text;
-    text << file.rdbuf();
+    const std::string text = Detail::readSourceFile(m_path, name());
     Variant tree;
     try {
-        tree = Json::parse(text.str());
+        tree = Json::parse(text);
     } catch (const GenericException& error) {
         throw ConfigException("Config: malformed JSON | error=" + std::string(error.what()) +
                               " | source=" + name());

@@ -4,8 +4,6 @@
 #include <Zel/StringUtils.h>
 #include <Zel/Xml/Document.h>
 #include <Zel/Xml/Node.h>
-#include <fstream>
-#include <sstream>
 
 namespace Zel::Config {
 
@@ -58,13 +56,10 @@ std::string XmlFileSource::name() const {
 }
 
 Variant XmlFileSource::read() const {
-    std::ifstream file(m_path, std::ios::binary);
-    if (!file) throw ConfigException("Config: cannot read the file | source=" + name());
-    std::ostringstream text;
-    text << file.rdbuf();
+    const std::string text = Detail::readSourceFile(m_path, name());
     Xml::Document document;
     try {
-        document = Xml::Document::parse(text.str());
+        document = Xml::Document::parse(text);
     } catch (const GenericException& error) {
         throw ConfigException("Config: malformed XML | error=" + std::string(error.what()) +
                               " | source=" + name());

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <Zel/Config/ConfigException.h>
 #include <Zel/GenericException.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Variant.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace Zel::Config::Detail {
@@ -16,6 +20,16 @@ inline Variant valueOfText(const std::string& text) {
     } catch (const GenericException&) {
         return Variant(text);
     }
+}
+
+// The whole content of a source's file; ConfigException "Config: cannot read the file | source=..."
+// when it cannot be opened.
+inline std::string readSourceFile(const std::filesystem::path& path, const std::string& source) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw ConfigException("Config: cannot read the file | source=" + source);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
 } // namespace Zel::Config::Detail

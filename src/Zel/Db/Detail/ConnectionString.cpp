@@ -5,14 +5,6 @@
 namespace Zel::Db::Detail {
 namespace {
 
-std::string_view trim(std::string_view text) noexcept {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
-        text.remove_suffix(1);
-    return text;
-}
-
 [[noreturn]] void malformed(std::size_t at) {
     throw DbException("Db: malformed connection string | at=" + std::to_string(at));
 }
@@ -28,7 +20,7 @@ ConnectionString::ConnectionString(std::string_view text) {
         }
         const std::size_t equals = text.find('=', i);
         if (equals == std::string_view::npos) malformed(i);
-        std::string key(trim(text.substr(i, equals - i)));
+        std::string key(StringUtils::trimBlanks(text.substr(i, equals - i)));
         if (key.empty()) malformed(i);
         i = equals + 1;
         while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
@@ -54,7 +46,7 @@ ConnectionString::ConnectionString(std::string_view text) {
         } else {
             std::size_t end = text.find(';', i);
             if (end == std::string_view::npos) end = text.size();
-            value = std::string(trim(text.substr(i, end - i)));
+            value = std::string(StringUtils::trimBlanks(text.substr(i, end - i)));
             i = end;
         }
         m_pairs.emplace_back(std::move(key), std::move(value));

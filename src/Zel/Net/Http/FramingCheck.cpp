@@ -1,4 +1,5 @@
 #include <Zel/Net/Http/FramingCheck.h>
+#include <Zel/StringUtils.h>
 #include <Zel/Net/Http/Headers.h>
 #include <cstring>
 
@@ -32,14 +33,6 @@ constexpr bool isTchar(unsigned char c) noexcept {
     }
 }
 
-std::string_view trim(std::string_view text) noexcept {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
-        text.remove_suffix(1);
-    return text;
-}
-
 bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
     return Headers::sameName(a, b);
 }
@@ -59,11 +52,11 @@ FramingCheck::Verdict refuse(int status, std::string reason) {
 
 bool FramingCheck::Lines::note(std::string_view name, std::string_view value) {
     if (equalsIgnoringCase(name, Headers::CONTENT_LENGTH)) {
-        contentLength.push_back(trim(value));
+        contentLength.push_back(StringUtils::trimBlanks(value));
         return true;
     }
     if (equalsIgnoringCase(name, transferEncodingName)) {
-        transferEncoding.push_back(trim(value));
+        transferEncoding.push_back(StringUtils::trimBlanks(value));
         return true;
     }
     return false;
@@ -101,7 +94,7 @@ std::int64_t FramingCheck::parseContentLength(std::string_view text) noexcept {
     // A comma list ("5, 5") is what a proxy makes of repeated lines: fine as long as all agree.
     while (true) {
         const auto comma = text.find(',');
-        const std::string_view item = trim(text.substr(0, comma));
+        const std::string_view item = StringUtils::trimBlanks(text.substr(0, comma));
         // Eighteen digits stay far below 2^63, so nothing can wrap.
         if (item.empty() || item.size() > 18) return -1;
         std::int64_t value = 0;
@@ -189,7 +182,7 @@ FramingCheck::Verdict FramingCheck::checkFraming(const Headers& headers, const L
         for (std::string_view line : *codingLines) {
             while (true) {
                 const auto comma = line.find(',');
-                const std::string_view coding = trim(line.substr(0, comma));
+                const std::string_view coding = StringUtils::trimBlanks(line.substr(0, comma));
                 if (coding.empty()) return refuse(400, "empty transfer coding");
                 ++codings;
                 chunked = equalsIgnoringCase(coding, "chunked");

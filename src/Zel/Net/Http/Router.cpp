@@ -1,4 +1,5 @@
 #include <Zel/ArgumentException.h>
+#include <Zel/StringUtils.h>
 #include <Zel/Log/ILog.h>
 #include <Zel/Net/Http/NotFoundHandler.h>
 #include <Zel/Net/Http/Request.h>
@@ -12,13 +13,6 @@
 namespace Zel::Net::Http {
 
 namespace {
-
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 // Splits off the next segment of a path that starts after a '/'.
 std::string_view nextSegment(std::string_view& rest) noexcept {
@@ -103,8 +97,8 @@ bool Router::decode(std::string_view text, std::string& out) {
             continue;
         }
         if (i + 2 >= text.size()) return false;
-        const int high = hexValue(text[i + 1]);
-        const int low = hexValue(text[i + 2]);
+        const int high = StringUtils::hexDigitValue(text[i + 1]);
+        const int low = StringUtils::hexDigitValue(text[i + 2]);
         if (high < 0 || low < 0) return false;
         out += static_cast<char>(high * 16 + low);
         i += 2;

@@ -1,4 +1,5 @@
 #include <Zel/IO/MemoryStream.h>
+#include <Zel/StringUtils.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Net/Http/ChunkedTransferBodyStream.h>
 #include <Zel/Net/Http/Detail/RequestFramer.h>
@@ -14,13 +15,6 @@ namespace Zel::Net::Http::Detail {
 namespace {
 
 constexpr std::string_view headEnd = "\r\n\r\n";
-
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 const Reader& headerReader() {
     static const Reader reader;
@@ -187,7 +181,7 @@ RequestFramer::Step RequestFramer::scanChunks() {
         const char c = m_buffer[m_chunkPos];
         switch (m_chunk) {
         case Chunk::Size: {
-            const int digit = hexValue(c);
+            const int digit = StringUtils::hexDigitValue(c);
             if (digit >= 0) {
                 // Sixteen hex digits fill 64 bits: one more could only wrap.
                 if (++m_sizeDigits > 16) return refuse(400, "chunk size too long");

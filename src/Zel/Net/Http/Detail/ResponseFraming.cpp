@@ -1,4 +1,5 @@
 #include <Zel/Net/Http/Detail/ResponseFraming.h>
+#include <Zel/StringUtils.h>
 #include <Zel/Net/Http/HttpException.h>
 #include <Zel/Net/Http/Response.h>
 #include <cstring>
@@ -18,17 +19,9 @@ bool startsWithName(std::string_view line, std::string_view lowerName) {
     return true;
 }
 
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
-        text.remove_suffix(1);
-    return text;
-}
-
 void gather(std::string& values, int& lines, std::string_view value) {
     if (lines++ > 0) values += ',';
-    values.append(trim(value));
+    values.append(StringUtils::trimBlanks(value));
 }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
@@ -45,7 +38,7 @@ template <class Element>
 void forEachMember(std::string_view list, Element&& element) {
     for (;;) {
         const std::size_t comma = list.find(',');
-        element(trim(list.substr(0, comma)));
+        element(StringUtils::trimBlanks(list.substr(0, comma)));
         if (comma == std::string_view::npos) return;
         list.remove_prefix(comma + 1);
     }
