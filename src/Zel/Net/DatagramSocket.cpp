@@ -1,5 +1,6 @@
 #include <Zel/IO/IOException.h>
 #include <Zel/Net/DatagramSocket.h>
+#include <Zel/Net/Detail/SocketImpl.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/udp.hpp>
 
@@ -48,17 +49,8 @@ std::optional<DatagramSocket::Datagram> DatagramSocket::receiveFrom(void* buffer
                                           got = n;
                                           done = true;
                                       });
-    m_impl->io.restart();
-    if (timeout.count() > 0)
-        m_impl->io.run_for(timeout);
-    else
-        m_impl->io.run();
-    if (!done) {
-        m_impl->socket.cancel(error);
-        m_impl->io.restart();
-        m_impl->io.run();
+    if (!Detail::runUntil(m_impl->io, done, timeout, [&] { m_impl->socket.cancel(error); }))
         return std::nullopt;
-    }
     // A datagram longer than the buffer arrives cut; that is no failure of the socket.
     if (error && error != asio::error::message_size) return std::nullopt;
     return Datagram{got, sender.address().to_string(), sender.port()};

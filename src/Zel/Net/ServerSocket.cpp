@@ -41,18 +41,9 @@ std::optional<StreamSocket> ServerSocket::accept(std::chrono::milliseconds timeo
         error = result;
         done = true;
     });
-    m_impl->io.restart();
-    if (timeout.count() > 0)
-        m_impl->io.run_for(timeout);
-    else
-        m_impl->io.run();
-    if (!done) {
-        // Not the acceptor's close: only this wait ends; the socket keeps listening.
-        m_impl->acceptor.cancel(error);
-        m_impl->io.restart();
-        m_impl->io.run();
+    // On timeout not the acceptor's close: only this wait ends; the socket keeps listening.
+    if (!Detail::runUntil(m_impl->io, done, timeout, [&] { m_impl->acceptor.cancel(error); }))
         return std::nullopt;
-    }
     if (error || m_impl->closed) return std::nullopt;
     peer->socket.set_option(tcp::no_delay(true), error);
     return StreamSocket(std::move(peer));

@@ -13,17 +13,10 @@ namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
 
 bool Detail::SocketImpl::runUntil(const bool& done, std::chrono::milliseconds timeout) {
-    io.restart();
-    if (timeout.count() > 0)
-        io.run_for(timeout);
-    else
-        io.run();
-    if (done) return true;
-    boost::system::error_code ignored;
-    socket.close(ignored);
-    io.restart();
-    io.run();
-    return false;
+    return Detail::runUntil(io, done, timeout, [this] {
+        boost::system::error_code ignored;
+        socket.close(ignored);
+    });
 }
 
 namespace {

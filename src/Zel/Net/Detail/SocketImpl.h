@@ -9,6 +9,24 @@
 
 namespace Zel::Net::Detail {
 
+// Runs `io` until `done` or the timeout (zero: none). On timeout `abandon` cancels or closes what
+// waits, and the operation is run to its end (its handler refers to the caller's stack); the result
+// is then false.
+template <class Abandon>
+bool runUntil(boost::asio::io_context& io, const bool& done, std::chrono::milliseconds timeout,
+              Abandon abandon) {
+    io.restart();
+    if (timeout.count() > 0)
+        io.run_for(timeout);
+    else
+        io.run();
+    if (done) return true;
+    abandon();
+    io.restart();
+    io.run();
+    return false;
+}
+
 // Each socket runs its own small io_context: a blocking call starts the asynchronous operation and
 // runs the context until it completes or the timeout passes, which is how Asio gives timeouts to
 // synchronous code.
