@@ -235,7 +235,7 @@ void Engine::sweep() {
 
 // --- queues -------------------------------------------------------------------------------------
 
-Engine::QueuePtr Engine::addQueue(Guard& guard, Manager& manager, const std::string& name, int maxThreads) {
+Engine::QueuePtr Engine::addQueue(Guard&, Manager& manager, const std::string& name, int maxThreads) {
     if (state() != State::Running) throw GenericException("Tasks are not running");
     if (m_queues.contains(name)) throw GenericException("Task queue already exists | name=" + name);
     if (maxThreads < 1) {
@@ -244,7 +244,6 @@ Engine::QueuePtr Engine::addQueue(Guard& guard, Manager& manager, const std::str
     }
     auto queue = std::make_shared<Queue>(Queue::Key(), manager, *this, name, maxThreads);
     m_queues.emplace(name, queue);
-    (void)guard;
     return queue;
 }
 
