@@ -1,10 +1,8 @@
-#include <Zel/Net/Http/ChunkedTransferBodyStream.h>
-
 #include <Zel/ArgumentException.h>
 #include <Zel/IO/BufferedStream.h>
+#include <Zel/Net/Http/ChunkedTransferBodyStream.h>
 #include <Zel/Parser/UnexpectedCharException.h>
 #include <Zel/Parser/UnexpectedEofException.h>
-
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -16,7 +14,8 @@ namespace Zel::Net::Http {
 ChunkedTransferBodyStream::ChunkedTransferBodyStream(std::shared_ptr<IO::IStream> source)
     : m_source(std::move(source)) {
     if (!m_source) throw ArgumentException("Chunked body: no source stream");
-    m_bufferedSource = typeid(*m_source) == typeid(IO::BufferedStream)
+    const IO::IStream& sourceStream = *m_source; // typeid of a plain reference: no expression to evaluate
+    m_bufferedSource = typeid(sourceStream) == typeid(IO::BufferedStream)
                            ? static_cast<IO::BufferedStream*>(m_source.get())
                            : nullptr;
 }

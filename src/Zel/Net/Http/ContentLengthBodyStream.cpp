@@ -1,8 +1,6 @@
-#include <Zel/Net/Http/ContentLengthBodyStream.h>
-
 #include <Zel/ArgumentException.h>
 #include <Zel/IO/BufferedStream.h>
-
+#include <Zel/Net/Http/ContentLengthBodyStream.h>
 #include <algorithm>
 #include <typeinfo>
 #include <utility>
@@ -12,7 +10,8 @@ namespace Zel::Net::Http {
 ContentLengthBodyStream::ContentLengthBodyStream(std::shared_ptr<IO::IStream> source, std::int64_t length)
     : m_length(length), m_source(std::move(source)) {
     if (!m_source) throw ArgumentException("Content-length body: no source stream");
-    m_bufferedSource = typeid(*m_source) == typeid(IO::BufferedStream)
+    const IO::IStream& sourceStream = *m_source; // typeid of a plain reference: no expression to evaluate
+    m_bufferedSource = typeid(sourceStream) == typeid(IO::BufferedStream)
                            ? static_cast<IO::BufferedStream*>(m_source.get())
                            : nullptr;
 }

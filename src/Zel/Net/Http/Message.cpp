@@ -1,12 +1,10 @@
-#include <Zel/Net/Http/Message.h>
-
 #include <Zel/IO/NullStream.h>
 #include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Net/Http/ContentLengthBodyStream.h>
 #include <Zel/Net/Http/HttpException.h>
-
+#include <Zel/Net/Http/Message.h>
 #include <typeinfo>
 
 namespace Zel::Net::Http {
@@ -55,14 +53,15 @@ Variant Message::bodyJson() const {
     // The body is consumed before it is parsed, so that a body that is not JSON does not stay in
     // the connection in front of the next message. Bodies already in memory are parsed in place:
     // the bytes stay where they are until the stream is read again.
-    if (typeid(*m_body) == typeid(ContentLengthBodyStream)) {
+    const IO::IStream& bodyStream = *m_body; // typeid of a plain reference: no expression to evaluate
+    if (typeid(bodyStream) == typeid(ContentLengthBodyStream)) {
         auto& body = static_cast<ContentLengthBodyStream&>(*m_body);
         if (const auto rest = body.bufferedRest()) {
             body.consumeBufferedRest();
             return Json::parse(*rest);
         }
     }
-    if (typeid(*m_body) == typeid(IO::StringStream)) {
+    if (typeid(bodyStream) == typeid(IO::StringStream)) {
         const std::string_view text = static_cast<const IO::StringStream&>(*m_body).unread();
         m_body->setEof();
         return Json::parse(text);
