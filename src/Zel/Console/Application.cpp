@@ -6,6 +6,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <iostream>
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <thread>
 #include <unistd.h>
 
@@ -29,27 +31,58 @@ extern "C" void onSignal(int signal) {
 }
 
 // Installs the handlers and the watcher thread for the lifetime of one run().
+//
+// The signals are also blocked in the calling thread, so every thread run() starts inherits the
+// block, and the watcher takes them through a signalfd. A library that installs handlers of its own
+// later (a database engine starting its shutdown on SIGINT, say) then never sees them, and
+// nothing runs in a handler but for threads older than run(), which find the self-pipe handler.
 class SignalGuard {
 public:
     template <typename OnSignal>
     explicit SignalGuard(OnSignal onSignalReceived) {
         bool expected = false;
         if (!g_installed.compare_exchange_strong(expected, true)) ZEL_THROW_INVALID_OPERATION();
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
         if (::pipe2(m_pipe, O_CLOEXEC) != 0) {
             g_installed = false;
             throw GenericException("Cannot create the signal pipe | error=" + std::to_string(errno));
         }
+        m_signalFd = ::signalfd(-1, &signals, SFD_CLOEXEC);
+        if (m_signalFd < 0) {
+            const int error = errno;
+            ::close(m_pipe[0]);
+            ::close(m_pipe[1]);
+            g_installed = false;
+            throw GenericException("Cannot create the signal descriptor | error=" + std::to_string(error));
+        }
+        pthread_sigmask(SIG_BLOCK, &signals, &m_oldMask);
         try {
             m_watcher = std::thread([this, onSignalReceived] {
-                unsigned char byte = 0;
+                pollfd watched[] = {{m_pipe[0], POLLIN, 0}, {m_signalFd, POLLIN, 0}};
                 for (;;) {
-                    const auto got = ::read(m_pipe[0], &byte, 1);
-                    if (got < 0 && errno == EINTR) continue;
-                    if (got <= 0 || byte == 0) return; // 0 is our own shutdown byte
-                    onSignalReceived(static_cast<int>(byte));
+                    if (::poll(watched, 2, -1) < 0) {
+                        if (errno == EINTR) continue;
+                        return;
+                    }
+                    if (watched[1].revents & POLLIN) {
+                        signalfd_siginfo info{};
+                        if (::read(m_signalFd, &info, sizeof info) == sizeof info)
+                            onSignalReceived(static_cast<int>(info.ssi_signo));
+                    }
+                    if (watched[0].revents & POLLIN) {
+                        unsigned char byte = 0;
+                        const auto got = ::read(m_pipe[0], &byte, 1);
+                        if (got <= 0 || byte == 0) return; // 0 is our own shutdown byte
+                        onSignalReceived(static_cast<int>(byte));
+                    }
                 }
             });
         } catch (...) {
+            pthread_sigmask(SIG_SETMASK, &m_oldMask, nullptr);
+            ::close(m_signalFd);
             ::close(m_pipe[0]);
             ::close(m_pipe[1]);
             g_installed = false;
@@ -71,6 +104,8 @@ public:
         const unsigned char stop = 0;
         [[maybe_unused]] const auto written = ::write(m_pipe[1], &stop, 1);
         m_watcher.join();
+        pthread_sigmask(SIG_SETMASK, &m_oldMask, nullptr);
+        ::close(m_signalFd);
         ::close(m_pipe[0]);
         ::close(m_pipe[1]);
         g_installed = false;
@@ -81,6 +116,8 @@ public:
 
 private:
     int m_pipe[2] = {-1, -1};
+    int m_signalFd = -1;
+    sigset_t m_oldMask{};
     std::thread m_watcher;
     struct sigaction m_oldInt {};
     struct sigaction m_oldTerm {};

@@ -25,9 +25,11 @@ namespace Zel::Console {
 //     int main(int argc, char** argv) { return Tool().main(argc, argv); }
 //
 // main() parses the command line, prints the help for "--help" (exit 0), and calls run() with
-// SIGINT and SIGTERM handlers installed: a signal only writes a byte to a pipe (the one thing a
-// handler may safely do); a watcher thread turns it into requestStop(), which wakes waitForStop()
-// and the stop token. The previous handlers come back when run() returns. Only one Application
+// SIGINT and SIGTERM taken over: they are blocked in the calling thread, and so in every thread
+// run() starts, and a watcher thread reads them from a signalfd and turns them into requestStop(),
+// which wakes waitForStop() and the stop token. No handler of a library loaded later sees them.
+// Threads older than run() find a handler that only writes a byte to the watcher's pipe. The
+// previous handlers and signal mask come back when run() returns. Only one Application
 // at a time can hold the handlers; a second running main() meanwhile gets the InvalidOperation
 // error. A stop request is final: the object does not run again after one.
 //

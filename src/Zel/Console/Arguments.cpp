@@ -52,6 +52,18 @@ std::vector<std::string> Arguments::list(const std::string& name) const {
     return entry ? entry->texts : std::vector<std::string>();
 }
 
+std::vector<std::vector<std::string>> Arguments::occurrences(const std::string& name) const {
+    std::vector<std::vector<std::string>> grouped;
+    const Value* entry = typed(name, ValueType::List);
+    if (!entry) return grouped;
+    auto next = entry->texts.begin();
+    for (const std::size_t count : entry->counts) {
+        grouped.emplace_back(next, next + static_cast<std::ptrdiff_t>(count));
+        next += static_cast<std::ptrdiff_t>(count);
+    }
+    return grouped;
+}
+
 std::string Arguments::positional(const std::string& name) const {
     for (std::size_t i = 0; i < m_positionalNames.size() && i < m_positionals.size(); ++i) {
         if (m_positionalNames[i] == name) return m_positionals[i];

@@ -29,6 +29,9 @@ public:
     // Flags and Boolean options.
     bool boolean(const std::string& name) const;
     std::vector<std::string> list(const std::string& name) const;
+    // A List option's values grouped by occurrence: {{"S.O", "{}"}, {"T.P"}} for
+    // "--call S.O {} --call T.P" (see Option::valueCount); a default is one occurrence of one value.
+    std::vector<std::vector<std::string>> occurrences(const std::string& name) const;
 
     // Positional arguments by their declared name (the empty string when absent), or all of them in
     // order (a trailing list positional collects the rest).
@@ -50,7 +53,8 @@ private:
     struct Value {
         ValueType type = ValueType::String;
         bool given = false;
-        std::vector<std::string> texts; // one for scalars, any number for lists
+        std::vector<std::string> texts;  // one for scalars, any number for lists
+        std::vector<std::size_t> counts; // how many of texts each occurrence of a list took
     };
     const Value& value(const std::string& name) const;
     const Value* typed(const std::string& name, ValueType type) const;

@@ -18,14 +18,23 @@ bool closeEnough(std::size_t distance, std::string_view candidate) {
     return distance <= std::max<std::size_t>(1, candidate.size() / 3);
 }
 
-void appendRow(std::string& out, const std::string& left, const std::string& right) {
+// The help text of a row starts in one column and wraps at spaces to keep within 100 columns.
+void appendRow(std::string& out, const std::string& left, std::string_view right) {
     constexpr std::size_t column = 28;
+    constexpr std::size_t width = 100 - column;
     out += "  " + left;
     if (left.size() + 2 >= column)
         out += "\n" + std::string(column, ' ');
     else
         out += std::string(column - 2 - left.size(), ' ');
-    out += right + "\n";
+    while (right.size() > width) {
+        std::size_t cut = right.rfind(' ', width);
+        if (cut == std::string_view::npos || cut == 0) cut = right.find(' ', width);
+        if (cut == std::string_view::npos) break;
+        out.append(right.substr(0, cut)).append("\n").append(column, ' ');
+        right.remove_prefix(cut + 1);
+    }
+    out.append(right).append("\n");
 }
 
 } // namespace
@@ -122,7 +131,9 @@ Arguments CommandLine::parse(const std::vector<std::string>& arguments) const {
     };
     declareValues(*this);
 
-    auto store = [&result](const Option& option, std::string_view text, const std::string& spelled) {
+    // sameOccurrence: one more value of the occurrence stored last (Option::valueCount).
+    auto store = [&result](const Option& option, std::string_view text, const std::string& spelled,
+                           bool sameOccurrence = false) {
         std::string normalized;
         if (!Detail::normalizeValue(option.type(), text, normalized)) {
             throw UsageException("Invalid value for option | option=" + spelled + " | value=" +
@@ -131,7 +142,29 @@ Arguments CommandLine::parse(const std::vector<std::string>& arguments) const {
         auto& value = result.m_values[option.longName()];
         if (option.type() != ValueType::List) value.texts.clear();
         value.texts.push_back(std::move(normalized));
+        if (option.type() == ValueType::List) {
+            if (sameOccurrence)
+                ++value.counts.back();
+            else
+                value.counts.push_back(1);
+        }
         value.given = true;
+    };
+    // A negative number is a value unless a short option of that digit exists.
+    auto looksLikeOption = [&current](const std::string& argument) {
+        return argument.size() > 1 && argument[0] == '-' &&
+               !(std::isdigit(static_cast<unsigned char>(argument[1])) && !current->findShort(argument[1]));
+    };
+    // The values an occurrence takes after its first one.
+    auto storeMore = [&](const Option& option, std::size_t& i, const std::string& spelled) {
+        for (std::size_t taken = 1; taken < option.maximumValues(); ++taken) {
+            const bool needed = taken < option.minimumValues();
+            if (i + 1 >= arguments.size() || (!needed && looksLikeOption(arguments[i + 1]))) {
+                if (needed) throw UsageException("Missing value for option | option=" + spelled);
+                return;
+            }
+            store(option, arguments[++i], spelled, true);
+        }
     };
     auto requestHelp = [&result, &current]() {
         result.m_helpRequested = true;
@@ -160,16 +193,16 @@ Arguments CommandLine::parse(const std::vector<std::string>& arguments) const {
                 if (equals != std::string::npos)
                     throw UsageException("Option takes no value | option=" + spelled);
                 store(*option, "true", spelled);
-            } else if (equals != std::string::npos) {
-                store(*option, std::string_view(argument).substr(equals + 1), spelled);
-            } else if (i + 1 < arguments.size()) {
-                store(*option, arguments[++i], spelled);
             } else {
-                throw UsageException("Missing value for option | option=" + spelled);
+                if (equals != std::string::npos)
+                    store(*option, std::string_view(argument).substr(equals + 1), spelled);
+                else if (i + 1 < arguments.size())
+                    store(*option, arguments[++i], spelled);
+                else
+                    throw UsageException("Missing value for option | option=" + spelled);
+                storeMore(*option, i, spelled);
             }
-        } else if (!optionsEnded && argument.size() > 1 && argument[0] == '-' &&
-                   !(std::isdigit(static_cast<unsigned char>(argument[1])) &&
-                     !current->findShort(argument[1]))) {
+        } else if (!optionsEnded && looksLikeOption(argument)) {
             // A bundle of short options; a negative number without a matching option is a positional.
             for (std::size_t j = 1; j < argument.size(); ++j) {
                 const std::string spelled = std::string("-") + argument[j];
@@ -186,6 +219,7 @@ Arguments CommandLine::parse(const std::vector<std::string>& arguments) const {
                     store(*option, arguments[++i], spelled);
                 else
                     throw UsageException("Missing value for option | option=" + spelled);
+                storeMore(*option, i, spelled);
                 break;
             }
         } else if (!current->m_commands.empty()) {
@@ -236,9 +270,10 @@ Arguments CommandLine::parse(const std::vector<std::string>& arguments) const {
         for (const auto& option : level->m_options) {
             auto& value = result.m_values[option.longName()];
             if (value.given) continue;
-            if (option.defaultText())
+            if (option.defaultText()) {
                 value.texts = {*option.defaultText()};
-            else if (option.isRequired())
+                value.counts = {1};
+            } else if (option.isRequired())
                 throw UsageException("Missing required option | option=--" + option.longName());
         }
     }

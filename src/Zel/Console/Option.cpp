@@ -118,9 +118,31 @@ Option& Option::valueName(std::string name) {
     return *this;
 }
 
+Option& Option::valueCount(std::size_t minimum, std::size_t maximum) {
+    if (m_type != ValueType::List || minimum == 0 || maximum < minimum)
+        throw ArgumentException("Invalid value count | option=--" + m_longName);
+    m_minimumValues = minimum;
+    m_maximumValues = maximum;
+    return *this;
+}
+
 std::string Option::placeholder() const {
     if (m_type == ValueType::Flag) return {};
-    return "<" + (m_valueName.empty() ? std::string(Detail::typeName(m_type)) : m_valueName) + ">";
+    const std::string names = m_valueName.empty() ? std::string(Detail::typeName(m_type)) : m_valueName;
+    if (m_maximumValues == 1) return "<" + names + ">";
+    // One name per value, separated by spaces; the last one stands for the rest.
+    std::string out;
+    std::size_t start = 0;
+    for (std::size_t value = 0; value < m_maximumValues; ++value) {
+        const std::size_t space = names.find(' ', start);
+        const bool optional = value >= m_minimumValues;
+        if (!out.empty()) out += ' ';
+        out += optional ? "[<" : "<";
+        out.append(names, start, space == std::string::npos ? space : space - start);
+        out += optional ? ">]" : ">";
+        if (space != std::string::npos) start = space + 1;
+    }
+    return out;
 }
 
 } // namespace Zel::Console

@@ -157,6 +157,51 @@ TEST(CommandLine, HelpListsWhatWasDeclared) {
     EXPECT_THAT(run.helpText(), testing::HasSubstr("\nGlobal options:\n  -c, --config <text>"));
 }
 
+TEST(CommandLine, OptionsWithSeveralValuesKeepEachOccurrenceTogether) {
+    Zel::Console::CommandLine cli("host", "");
+    cli.option("call", ValueType::List, "").shortName('c').valueCount(1, 2).valueName("target json");
+    cli.option("pair", ValueType::List, "").valueCount(2, 2);
+    cli.option("echo", ValueType::Flag, "").shortName('e');
+    cli.positionalList("module", "");
+    const struct {
+        std::vector<std::string> argv;
+        std::string expected; // occurrences of --call, then of --pair, then the positionals
+    } rows[] = {
+        {{"--call", "S.o", "{}", "--call", "T.p", "m.so"}, "call=[S.o,{}][T.p,m.so] pair= pos="},
+        {{"--call", "S.o", "--echo", "--call=T.p", "-1", "-c", "U.q", "-e"},
+         "call=[S.o][T.p,-1][U.q] pair= pos="},
+        {{"m.so", "-cS.o", "{}", "--pair", "a", "--b", "--call", "X.y", "--", "n.so"},
+         "call=[S.o,{}][X.y] pair=[a,--b] pos=m.so;n.so;"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.argv));
+        const auto arguments = cli.parse(row.argv);
+        std::string digest;
+        for (const char* name : {"call", "pair"}) {
+            digest += std::string(digest.empty() ? "" : " ") + name + "=";
+            for (const auto& occurrence : arguments.occurrences(name)) {
+                std::string values;
+                for (const auto& value : occurrence)
+                    values += (values.empty() ? "" : ",") + value;
+                digest += "[" + values + "]";
+            }
+        }
+        digest += " pos=";
+        for (const auto& p : arguments.positionals())
+            digest += p + ";";
+        EXPECT_EQ(digest, row.expected);
+    }
+    try {
+        cli.parse({"--pair", "a"});
+        ADD_FAILURE() << "no error";
+    } catch (const Zel::Console::UsageException& error) {
+        EXPECT_STREQ(error.message().c_str(), "Missing value for option | option=--pair");
+    }
+    EXPECT_NE(cli.helpText().find("-c, --call <target> [<json>]"), std::string::npos) << cli.helpText();
+    EXPECT_THROW(cli.option("one", ValueType::String, "").valueCount(1, 2), Zel::ArgumentException);
+    EXPECT_THROW(cli.option("two", ValueType::List, "").valueCount(2, 1), Zel::ArgumentException);
+}
+
 TEST(CommandLine, DeclarationMistakesThrowAtOnce) {
     Zel::Console::CommandLine cli("tool", "");
     cli.option("port", ValueType::Integer, "");
