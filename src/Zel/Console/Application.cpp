@@ -104,6 +104,15 @@ public:
         const unsigned char stop = 0;
         [[maybe_unused]] const auto written = ::write(m_pipe[1], &stop, 1);
         m_watcher.join();
+        // A signal raised on this very thread stays pending for it alone, out of the signalfd's
+        // reach; run() is over, so it is dropped rather than let through to the old disposition.
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        const timespec now{};
+        while (::sigtimedwait(&signals, nullptr, &now) > 0) {
+        }
         pthread_sigmask(SIG_SETMASK, &m_oldMask, nullptr);
         ::close(m_signalFd);
         ::close(m_pipe[0]);
