@@ -224,13 +224,13 @@ std::string Queue::toJson() const {
 
 // --- scheduling ---------------------------------------------------------------------------------
 
-bool Queue::canStartNow(TaskRun::TimePoint now) const {
+bool Queue::canStartNow() const {
     return state() == State::Active && m_running < m_maxThreads && !m_waiting.empty() &&
-           !inFuture(m_waiting.begin()->first, now);
+           m_engine.isDue(m_waiting.begin()->first);
 }
 
 void Queue::offerToWorkers(Guard& guard) {
-    if (m_offered || !canStartNow(m_engine.now())) return;
+    if (m_offered || !canStartNow()) return;
     m_offered = true;
     m_engine.handToWorker(guard, shared_from_this());
 }
@@ -258,7 +258,7 @@ void Queue::scheduleWakeUp(Guard& guard, TaskRun::TimePoint at) {
 
 void Queue::runNext(Guard& guard, Detail::Garbage& garbage) {
     m_offered = false;
-    RunPtr run = state() == State::Active && m_running < m_maxThreads ? takeNextDue(m_engine.now()) : nullptr;
+    RunPtr run = state() == State::Active && m_running < m_maxThreads ? takeNextDue() : nullptr;
     while (run) {
         ++m_running;
         // Another worker may take the next run of this queue meanwhile, after the other queues' turns.
@@ -284,14 +284,14 @@ void Queue::runNext(Guard& guard, Detail::Garbage& garbage) {
         if (!finishedHere || !m_offered || state() != State::Active || !m_engine.takeBackOffer(guard, *this))
             return;
         m_offered = false;
-        run = m_running < m_maxThreads ? takeNextDue(m_engine.now()) : nullptr;
+        run = m_running < m_maxThreads ? takeNextDue() : nullptr;
     }
 }
 
-Queue::RunPtr Queue::takeNextDue(TaskRun::TimePoint now) {
+Queue::RunPtr Queue::takeNextDue() {
     for (auto it = m_waiting.begin(); it != m_waiting.end();) {
         const RunPtr& candidate = it->second;
-        if (inFuture(candidate->m_runAt, now)) break; // the rest starts later still
+        if (!m_engine.isDue(candidate->m_runAt)) break; // the rest starts later still
         const std::string& reference = candidate->m_task->options().reference();
         if (!reference.empty()) {
             // Two runs with one reference never overlap in a queue: this one waits for the other.
@@ -311,7 +311,7 @@ Queue::RunPtr Queue::takeNextDue(TaskRun::TimePoint now) {
         TaskRun::Bookkeeping& bookkeeping = run->bookkeeping();
         bookkeeping.place = TaskRun::Place::Running;
         bookkeeping.runningIndex = m_runningRuns.size();
-        run->markStarted(now);
+        run->markStarted(m_engine.recent());
         m_runningRuns.push_back(run);
         return run;
     }

@@ -134,10 +134,10 @@ private:
     void offerToWorkers(Guard& guard);
     // Wakes the queue when the first delayed run becomes due.
     void scheduleWakeUp(Guard& guard, TaskRun::TimePoint at);
-    bool canStartNow(TaskRun::TimePoint now) const;
+    bool canStartNow() const;
     // Moves the first due run that no running reference holds back to the running list; null when
     // there is none.
-    RunPtr takeNextDue(TaskRun::TimePoint now);
+    RunPtr takeNextDue();
     bool execute(TaskRun& run);
     void queueFinish(Guard& guard, const RunPtr& run, bool succeeded);
     void finishQueuedRuns();

@@ -116,7 +116,26 @@ public:
     int workerCount(Guard&) const noexcept { return m_workers; }
 
     // --- time -----------------------------------------------------------------------------------
-    TimePoint now() const { return m_clock ? m_clock->now() : TaskRun::Clock::now(); }
+    TimePoint now() const {
+        if (m_clock) return m_clock->now();
+        const TimePoint current = TaskRun::Clock::now();
+        m_seen.store(current.time_since_epoch().count(), std::memory_order_relaxed);
+        return current;
+    }
+    // The latest time any thread read from the steady clock: never later than now, and a few
+    // microseconds behind it while tasks come and go. A clock given with setClock is read instead.
+    TimePoint recent() const {
+        if (m_clock) return m_clock->now();
+        return TimePoint(TimePoint::duration(m_seen.load(std::memory_order_relaxed)));
+    }
+    // Whether a run due at `at` may start, by the whole milliseconds delays are given in. Most runs
+    // are due by the time recent() says, and then the clock, read several times per task
+    // otherwise, is not read at all.
+    bool isDue(TimePoint at) const {
+        constexpr std::chrono::milliseconds resolution{1};
+        if (!m_clock && at - recent() < resolution) return true;
+        return at - now() < resolution;
+    }
     // Runs `function` on the engine thread once the clock reached `at`; without the lock.
     void callAt(Guard& guard, TimePoint at, UniqueFunction<void()> function);
     // Runs `function` on the engine thread as soon as it can; without the lock.
@@ -173,6 +192,7 @@ private:
     std::shared_ptr<Log::ILog> m_log;
     std::shared_ptr<Events::Manager> m_events;
     std::shared_ptr<IClock> m_clock; // null: the steady clock
+    mutable std::atomic<TimePoint::rep> m_seen{0};
 
     std::map<std::string, QueuePtr> m_queues;
     int m_nextTaskId = 1;
