@@ -7,6 +7,8 @@
 #include <Zel/Net/Http/Server.h>
 #include <Zel/Net/Http/StaticFileHandler.h>
 #include <Zel/Platform/ServiceException.h>
+#include <Zel/Tasks/Manager.h>
+#include <Zel/Tasks/Queue.h>
 #include <Zel/Variant.h>
 #include <exception>
 #include <string_view>
@@ -78,10 +80,20 @@ HttpFront::HttpFront(Callback callback, Options options, std::shared_ptr<Zel::Lo
     serverOptions.address = options.address;
     serverOptions.port = options.port;
     serverOptions.ioThreads = options.ioThreads;
-    m_server = std::make_unique<Server>(std::move(router), std::move(serverOptions));
+    std::shared_ptr<Zel::Tasks::Queue> calls;
+    if (options.callThreads > 0) {
+        m_tasks = std::make_unique<Zel::Tasks::Manager>(nullptr, log, nullptr);
+        m_tasks->setWorkerPool(options.callThreads);
+        m_tasks->start();
+        calls = m_tasks->addQueue("http", options.callThreads);
+    }
+    m_server = std::make_unique<Server>(std::move(router), std::move(serverOptions), std::move(calls));
 }
 
-HttpFront::~HttpFront() = default;
+HttpFront::~HttpFront() {
+    m_server.reset();
+    if (m_tasks) m_tasks->stop();
+}
 
 void HttpFront::start() {
     m_server->start();

@@ -208,6 +208,7 @@ bool serveHttp(const ZelHost::Settings& settings, ZelHost::Host& host, const sig
     frontOptions.port = static_cast<std::uint16_t>(std::stoi(settings.httpListen.substr(colon + 1)));
     frontOptions.staticFolder = settings.httpStaticFolder;
     frontOptions.bearerToken = settings.httpBearerToken;
+    frontOptions.callThreads = static_cast<int>(settings.threads);
     try {
         ZelHost::HttpFront front(
             [&host](const std::string& service, const std::string& operation, const std::string& params) {

@@ -96,6 +96,7 @@ TEST(HostHttpTest, ServesTheNotesPluginBehindTheTokenAndKeepsWhatWasWrittenOverH
             const auto answer = client.request(row.method, base + row.path, headers, row.body);
             EXPECT_EQ(answer.statusCode(), row.status);
             if (row.status != 404 || !row.reply.empty()) EXPECT_EQ(answer.body(), row.reply);
+            EXPECT_EQ(answer.body().find("not for the web"), std::string::npos);
             EXPECT_EQ(answer.headers().get("WWW-Authenticate"), row.status == 401 ? "Bearer" : "");
             if (row.path.starts_with("/services/"))
                 EXPECT_EQ(answer.headers().get("Content-Type"), row.status == 401 ? "" : "application/json");
