@@ -313,6 +313,7 @@ bool HostApplication::serveHttp(const Settings& settings, Host& host) {
     frontOptions.address = settings.httpListen.substr(0, colon);
     frontOptions.staticFolder = settings.httpStaticFolder;
     frontOptions.bearerToken = settings.httpBearerToken;
+    frontOptions.callThreads = static_cast<int>(settings.threads);
     try {
         frontOptions.port = static_cast<std::uint16_t>(std::stoi(settings.httpListen.substr(colon + 1)));
         HttpFront front([&host](const std::string& service, const std::string& operation,

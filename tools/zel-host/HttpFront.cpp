@@ -1,13 +1,14 @@
 #include "HttpFront.h"
 
-#include <Zel/Platform/ServiceException.h>
-
 #include <Zel/Json/Json.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
 #include <Zel/Net/Http/Router.h>
 #include <Zel/Net/Http/Server.h>
 #include <Zel/Net/Http/StaticFileHandler.h>
+#include <Zel/Platform/ServiceException.h>
+#include <Zel/Tasks/Manager.h>
+#include <Zel/Tasks/Queue.h>
 #include <Zel/Variant.h>
 #include <exception>
 #include <string_view>
@@ -19,13 +20,13 @@ namespace {
 
 using namespace Zel::Net::Http;
 
-// The reply of a call that never reached a service.
-std::string errorReply(const std::string& message, const std::string& errorRef) {
-    Zel::Variant reply(Zel::Variant::Type::Map);
-    reply.setAt("result", Zel::Platform::ServiceException::errorResult);
-    reply.setAt("errMsg", message);
-    reply.setAt("errRef", errorRef);
-    return reply.toJson();
+// The reply of a call that never reached a service: the same envelope, keys and order as a
+// service's own error reply, so that a client reads every failure one way.
+std::string errorReply(const std::string& message, const std::string& errorRef, const std::string& service,
+                       const std::string& operation) {
+    return Zel::Platform::ServiceException(errorRef, message, {},
+                                           Zel::Platform::Operation{service, operation, {}})
+        .toJson();
 }
 
 } // namespace
@@ -59,13 +60,14 @@ HttpFront::HttpFront(Callback callback, Options options, std::shared_ptr<Zel::Lo
                     paramsJson = parsed.toJson();
                 }
             } catch (const std::exception& e) {
-                reply = errorReply(std::string("Request body is not JSON | error=") + e.what(), "badRequest");
+                reply = errorReply(std::string("Request body is not JSON | error=") + e.what(), "badRequest",
+                                   service, operation);
             }
             if (reply.empty()) {
                 try {
                     reply = callback(service, operation, paramsJson);
                 } catch (const std::exception& e) {
-                    reply = errorReply(e.what(), "internalServerError");
+                    reply = errorReply(e.what(), "internalServerError", service, operation);
                 }
             }
             response.setStatusCode(statusFor(reply));
@@ -78,10 +80,20 @@ HttpFront::HttpFront(Callback callback, Options options, std::shared_ptr<Zel::Lo
     serverOptions.address = options.address;
     serverOptions.port = options.port;
     serverOptions.ioThreads = options.ioThreads;
-    m_server = std::make_unique<Server>(std::move(router), std::move(serverOptions));
+    std::shared_ptr<Zel::Tasks::Queue> calls;
+    if (options.callThreads > 0) {
+        m_tasks = std::make_unique<Zel::Tasks::Manager>(nullptr, log, nullptr);
+        m_tasks->setWorkerPool(options.callThreads);
+        m_tasks->start();
+        calls = m_tasks->addQueue("http", options.callThreads);
+    }
+    m_server = std::make_unique<Server>(std::move(router), std::move(serverOptions), std::move(calls));
 }
 
-HttpFront::~HttpFront() = default;
+HttpFront::~HttpFront() {
+    m_server.reset();
+    if (m_tasks) m_tasks->stop();
+}
 
 void HttpFront::start() {
     m_server->start();
@@ -104,7 +116,8 @@ int HttpFront::statusFor(const std::string& replyJson) {
     }
     if (!reply.isMap() || !reply.contains("result")) return 502;
     // Only the error result is a failure; any other result counts as success, as for every receiver.
-    if (static_cast<std::int64_t>(reply["result"]) != Zel::Platform::ServiceException::errorResult) return 200;
+    if (static_cast<std::int64_t>(reply["result"]) != Zel::Platform::ServiceException::errorResult)
+        return 200;
     const std::string errorRef =
         reply.contains("errRef") ? static_cast<std::string>(reply["errRef"]) : "internalServerError";
     const std::string message = reply.contains("errMsg") ? static_cast<std::string>(reply["errMsg"]) : "";

@@ -12,6 +12,9 @@ class ILog;
 namespace Zel::Net::Http {
 class Server;
 }
+namespace Zel::Tasks {
+class Manager;
+}
 
 namespace ZelHost {
 
@@ -37,6 +40,9 @@ public:
         std::filesystem::path staticFolder; // empty: none
         std::string bearerToken;            // empty: no authentication
         int ioThreads = 2;
+        // The calls run on these, so that one waiting on the database holds no I/O thread and the
+        // sockets are still accepted and read; 0: on the I/O threads.
+        int callThreads = 4;
     };
 
     HttpFront(Callback callback, Options options, std::shared_ptr<Zel::Log::ILog> log = nullptr);
@@ -53,6 +59,7 @@ public:
     static int statusFor(const std::string& replyJson);
 
 private:
+    std::unique_ptr<Zel::Tasks::Manager> m_tasks; // outlives the server, whose calls it runs
     std::unique_ptr<Zel::Net::Http::Server> m_server;
 };
 

@@ -1,7 +1,8 @@
 #pragma once
 
 // The real zel-host as a child process with its standard input and output on pipes, for tests that
-// talk to it call by call and kill it where they like.
+// talk to it call by call and kill it where they like. An error file of "/dev/stdout" puts the host's
+// standard error on the same pipe, for tests that read what it logs (an HTTP host's port).
 
 #include <cerrno>
 #include <csignal>
@@ -92,6 +93,9 @@ public:
         waitpid(m_pid, nullptr, 0);
         m_pid = -1;
     }
+
+    // SIGTERM or SIGINT for a host that serves HTTP until told to stop; finish() then waits for it.
+    void signal(int number) { ::kill(m_pid, number); }
 
     // Closes the host's input and waits for it to end; its exit status, the remaining lines in `rest`.
     int finish(std::vector<std::string>* rest = nullptr) {
