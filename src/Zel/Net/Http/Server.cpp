@@ -7,6 +7,8 @@
 #include <Zel/Net/Http/Server.h>
 #include <Zel/Tasks/Queue.h>
 #include <Zel/Tasks/Task.h>
+#include <Zel/Version.h>
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/executor_work_guard.hpp>
@@ -33,6 +35,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t readSize = 16384;
 constexpr std::size_t bodyPieceSize = 65536;
+// Answers to pipelined requests already read are gathered into one write up to this size.
+constexpr std::size_t coalesceLimit = 16384;
 // How long a closing connection keeps draining what the peer still sends, so that the kernel does
 // not answer those bytes with a reset that could destroy our last response in flight.
 constexpr auto lingerTime = std::chrono::milliseconds(1000);
@@ -59,6 +63,15 @@ void setStatus(Response& response, int status) {
     response.setStatusCode(status);
     // The status table predates RFC 6585.
     if (status == 431) response.setReasonPhrase("Request Header Fields Too Large");
+}
+
+// A fresh answer in the place of the last one: unlike assigning Response(), the headers keep their
+// storage, which saves allocations on every request of a connection.
+void reset(Response& response) {
+    response.setVersion(Version(1, 1));
+    response.headers().clear();
+    response.clearBody();
+    response.setStatusCode(200);
 }
 
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -110,16 +123,21 @@ private:
             }
             switch (step) {
             case Detail::RequestFramer::Step::NeedMore:
+                // Answers gathered from pipelined requests go out before waiting for more.
+                if (!m_out.empty()) return write();
                 if (m_draining && m_framer.idle()) return close();
                 return read();
             case Detail::RequestFramer::Step::SendContinue:
-                m_out = "HTTP/1.1 100 Continue\r\n\r\n";
+                m_out += "HTTP/1.1 100 Continue\r\n\r\n";
                 m_afterWrite = AfterWrite::Continue;
-                m_phase = Phase::Writing;
                 return write();
             case Detail::RequestFramer::Step::Request:
                 m_headStarted = false;
-                return dispatch();
+                if (m_shared->queue) return dispatch();
+                m_phase = Phase::Handling;
+                callHandler();
+                if (!respond(false)) return;
+                break;
             case Detail::RequestFramer::Step::Refuse:
                 return respondRefusal(m_framer.refusalStatus());
             }
@@ -166,29 +184,41 @@ private:
         process();
     }
 
+    // One timer watches whichever deadline the connection has. Moving the deadline later only
+    // notes it: the timer wakes at the earlier time and sleeps on. Cancelling and re-arming for
+    // every read and write would cost a timer-queue update and a completion per operation.
     void armTimer(Clock::time_point deadline) {
-        const unsigned generation = ++m_timerGeneration;
+        m_deadline = deadline;
         m_timedOut = false;
-        m_timer.expires_at(deadline);
+        if (m_timerWaiting && m_timerExpiry <= deadline) return;
+        waitFor(deadline);
+    }
+
+    void disarmTimer() { m_deadline = Clock::time_point::max(); }
+
+    void waitFor(Clock::time_point expiry) {
+        const unsigned generation = ++m_timerGeneration;
+        m_timerExpiry = expiry;
+        m_timerWaiting = true;
+        m_timer.expires_at(expiry);
         m_timer.async_wait([self = shared_from_this(), generation](const boost::system::error_code& error) {
-            if (error || generation != self->m_timerGeneration) return;
-            self->m_timedOut = true;
-            boost::system::error_code ignored;
-            self->m_socket.cancel(ignored);
+            self->onTimer(error, generation);
         });
     }
 
-    void disarmTimer() {
-        ++m_timerGeneration;
-        m_timer.cancel();
+    void onTimer(const boost::system::error_code& error, unsigned generation) {
+        if (generation != m_timerGeneration) return; // a wait replaced by an earlier one
+        m_timerWaiting = false;
+        if (error || m_phase == Phase::Closed || m_deadline == Clock::time_point::max()) return;
+        if (Clock::now() < m_deadline) return waitFor(m_deadline);
+        m_deadline = Clock::time_point::max();
+        m_timedOut = true;
+        boost::system::error_code ignored;
+        m_socket.cancel(ignored);
     }
 
     void dispatch() {
         m_phase = Phase::Handling;
-        if (!m_shared->queue) {
-            callHandler();
-            return respond(false);
-        }
         auto task =
             std::make_shared<Tasks::Task>("http-request", [self = shared_from_this()](Tasks::RunContext&) {
                 self->callHandler();
@@ -199,18 +229,20 @@ private:
             m_shared->queue->addTask(std::move(task));
         } catch (const std::exception&) {
             m_response = Response(503);
-            respond(false);
+            if (respond(false)) process();
         }
     }
 
     void postBack() {
         const std::lock_guard lock(m_shared->mutex);
         if (m_shared->stopped) return;
-        asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->respond(false); });
+        asio::post(m_socket.get_executor(), [self = shared_from_this()] {
+            if (self->respond(false)) self->process();
+        });
     }
 
     void callHandler() {
-        m_response = Response();
+        reset(m_response);
         try {
             m_shared->handler->handle(m_request, m_response);
         } catch (const HttpException& e) {
@@ -229,14 +261,16 @@ private:
     }
 
     void respondRefusal(int status) {
-        m_response = Response();
+        reset(m_response);
         setStatus(m_response, status);
         respond(true);
     }
 
-    void respond(bool refusal) {
-        if (m_phase == Phase::Closed) return;
-        m_phase = Phase::Writing;
+    // Appends the answer to m_out. True when the next request may be taken up at once with the
+    // answer still unsent (a pipelined one, read already, on the I/O thread); otherwise the answer
+    // is being written.
+    bool respond(bool refusal) {
+        if (m_phase == Phase::Closed) return false;
         Headers& headers = m_response.headers();
         const int status = m_response.statusCode();
         const bool headRequest = !refusal && m_request.method() == "HEAD";
@@ -269,7 +303,7 @@ private:
             headers.set("Connection", "keep-alive");
         m_keepAlive = keepAlive;
 
-        m_out.clear();
+        const std::size_t start = m_out.size();
         m_out += "HTTP/1.1 ";
         m_out += std::to_string(status);
         m_out += ' ';
@@ -281,12 +315,23 @@ private:
         try {
             fillBody();
         } catch (const std::exception&) {
-            // The head may be out already in a later piece; here nothing was sent, so the
-            // connection simply ends.
-            return close();
+            // Nothing of this answer has been sent: the answers before it go out, then the
+            // connection ends.
+            m_out.resize(start);
+            m_keepAlive = false;
+            m_bodyDone = true;
         }
         m_afterWrite = AfterWrite::Response;
+        if (m_bodyDone) {
+            m_body.reset();
+            if (m_keepAlive && !m_draining && !m_shared->queue && m_out.size() < coalesceLimit) return true;
+        }
+        if (m_out.empty()) {
+            close();
+            return false;
+        }
         write();
+        return false;
     }
 
     // Appends the next piece of the body to m_out; sets m_bodyDone after the last.
@@ -296,11 +341,19 @@ private:
             return;
         }
         if (!m_chunked) {
+            // A body of known length gets room for what is left of it, not a whole piece: growing
+            // the buffer zeroes the new room, and most answers are far smaller than a piece.
+            std::size_t piece = bodyPieceSize;
+            const bool lengthKnown = m_body->can(IO::IStream::LengthKnown);
+            if (lengthKnown) {
+                const std::int64_t left = m_body->getLength() - m_body->getPosition();
+                piece = static_cast<std::size_t>(std::clamp<std::int64_t>(left, 0, bodyPieceSize));
+            }
             const std::size_t before = m_out.size();
-            m_out.resize(before + bodyPieceSize);
+            m_out.resize(before + piece);
             std::size_t filled = 0;
-            while (filled < bodyPieceSize) {
-                const std::size_t got = m_body->read(m_out.data() + before + filled, bodyPieceSize - filled);
+            while (filled < piece) {
+                const std::size_t got = m_body->read(m_out.data() + before + filled, piece - filled);
                 if (got == 0) {
                     m_bodyDone = true;
                     break;
@@ -308,6 +361,7 @@ private:
                 filled += got;
             }
             m_out.resize(before + filled);
+            if (lengthKnown && m_body->getPosition() >= m_body->getLength()) m_bodyDone = true;
             return;
         }
         m_piece.resize(bodyPieceSize);
@@ -325,6 +379,7 @@ private:
     }
 
     void write() {
+        m_phase = Phase::Writing;
         armTimer(Clock::now() + m_shared->options.writeTimeout);
         asio::async_write(m_socket, asio::buffer(m_out),
                           [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
@@ -335,12 +390,13 @@ private:
     void onWritten(const boost::system::error_code& error) {
         disarmTimer();
         if (error || m_phase == Phase::Closed) return close();
+        m_out.clear();
         if (m_afterWrite == AfterWrite::Continue) {
+            m_afterWrite = AfterWrite::Response;
             m_phase = Phase::Reading;
             return process();
         }
         if (!m_bodyDone) {
-            m_out.clear();
             try {
                 fillBody();
             } catch (const std::exception&) {
@@ -349,7 +405,6 @@ private:
             return write();
         }
         m_body.reset();
-        m_response = Response();
         if (m_keepAlive && !m_draining) return process();
         linger();
     }
@@ -377,6 +432,7 @@ private:
         if (m_phase == Phase::Closed) return;
         m_phase = Phase::Closed;
         disarmTimer();
+        m_timer.cancel();
         boost::system::error_code ignored;
         m_socket.shutdown(tcp::socket::shutdown_both, ignored);
         m_socket.close(ignored);
@@ -386,6 +442,9 @@ private:
     tcp::socket m_socket;
     asio::steady_timer m_timer;
     unsigned m_timerGeneration = 0;
+    Clock::time_point m_deadline = Clock::time_point::max();
+    Clock::time_point m_timerExpiry;
+    bool m_timerWaiting = false;
     bool m_timedOut = false;
     Detail::RequestFramer m_framer;
     Request m_request;
