@@ -1,5 +1,7 @@
+#include <Zel/ArgumentException.h>
 #include <Zel/IO/IOException.h>
 #include <Zel/InvalidOperationException.h>
+#include <Zel/Net/Detail/TlsContextImpl.h>
 #include <Zel/Net/Http/Detail/RequestFramer.h>
 #include <Zel/Net/Http/HttpException.h>
 #include <Zel/Net/Http/IRequestHandler.h>
@@ -15,6 +17,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
@@ -23,6 +26,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <type_traits>
 #include <unordered_map>
 
 namespace Zel::Net::Http {
@@ -30,6 +34,7 @@ namespace Zel::Net::Http {
 namespace {
 
 namespace asio = boost::asio;
+namespace ssl = asio::ssl;
 using tcp = asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 
@@ -41,7 +46,7 @@ constexpr std::size_t coalesceLimit = 16384;
 // not answer those bytes with a reset that could destroy our last response in flight.
 constexpr auto lingerTime = std::chrono::milliseconds(1000);
 
-class Connection;
+class ConnectionBase;
 
 // What the server and its connections share. A connection whose handler still runs as a task can
 // outlive the Server object; it keeps this alive (the io_context included) until it is gone.
@@ -54,7 +59,7 @@ struct Shared {
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::unordered_map<Connection*, std::weak_ptr<Connection>> connections;
+    std::unordered_map<ConnectionBase*, std::weak_ptr<ConnectionBase>> connections;
     bool stopped = false; // nothing may be posted to io any more
     std::atomic<bool> draining{false};
 };
@@ -74,13 +79,36 @@ void reset(Response& response) {
     response.setStatusCode(200);
 }
 
-class Connection : public std::enable_shared_from_this<Connection> {
+// What the server asks of a connection, whatever it runs over. Called on the connection's strand.
+class ConnectionBase {
 public:
-    Connection(std::shared_ptr<Shared> shared, tcp::socket socket)
-        : m_shared(std::move(shared)), m_socket(std::move(socket)), m_timer(m_socket.get_executor()),
+    virtual ~ConnectionBase() = default;
+    virtual void drain() = 0;
+    virtual void forceClose() = 0;
+    virtual asio::any_io_executor executor() = 0;
+};
+
+using TlsSocket = ssl::stream<tcp::socket>;
+
+// One connection over a plain socket or over TLS (Stream is tcp::socket or TlsSocket).
+template <class Stream>
+class Connection final : public ConnectionBase, public std::enable_shared_from_this<Connection<Stream>> {
+public:
+    static constexpr bool tls = std::is_same_v<Stream, TlsSocket>;
+
+    Connection(std::shared_ptr<Shared> shared, tcp::socket socket) requires(!tls)
+        : m_shared(std::move(shared)), m_stream(std::move(socket)), m_timer(m_stream.get_executor()),
           m_framer(m_shared->limits) {}
 
-    ~Connection() {
+    // The context is the one current when the connection came: a reload later does not touch it.
+    Connection(std::shared_ptr<Shared> shared, tcp::socket socket,
+               std::shared_ptr<ssl::context> context) requires tls : m_shared(std::move(shared)),
+                                                                     m_context(std::move(context)),
+                                                                     m_stream(std::move(socket), *m_context),
+                                                                     m_timer(m_stream.get_executor()),
+                                                                     m_framer(m_shared->limits) {}
+
+    ~Connection() override {
         const std::lock_guard lock(m_shared->mutex);
         m_shared->connections.erase(this);
         m_shared->changed.notify_all();
@@ -89,28 +117,50 @@ public:
     void start() {
         {
             const std::lock_guard lock(m_shared->mutex);
-            m_shared->connections.emplace(this, weak_from_this());
+            m_shared->connections.emplace(this, this->weak_from_this());
         }
-        m_socket.set_option(tcp::no_delay(true));
-        process();
+        boost::system::error_code ignored;
+        socket().set_option(tcp::no_delay(true), ignored);
+        if constexpr (tls)
+            handshake();
+        else
+            process();
     }
 
-    // Called on the connection's strand.
-    void drain() {
+    void drain() override {
         m_draining = true;
         if (m_phase == Phase::Reading && m_framer.idle()) {
             boost::system::error_code ignored;
-            m_socket.cancel(ignored);
+            socket().cancel(ignored);
         }
     }
 
-    void forceClose() { close(); }
+    void forceClose() override { close(); }
 
-    asio::any_io_executor executor() { return m_socket.get_executor(); }
+    asio::any_io_executor executor() override { return m_stream.get_executor(); }
 
 private:
     enum class Phase { Reading, Handling, Writing, Lingering, Closed };
     enum class AfterWrite { Continue, Response };
+
+    tcp::socket::lowest_layer_type& socket() noexcept { return m_stream.lowest_layer(); }
+    std::shared_ptr<Connection> self() { return this->shared_from_this(); }
+
+    // Until the handshake is done the connection counts as reading an idle head, so that stop()
+    // ends it at once.
+    void handshake() {
+        m_phase = Phase::Reading;
+        armTimer(Clock::now() + m_shared->options.handshakeTimeout);
+        m_stream.async_handshake(ssl::stream_base::server,
+                                 [self = self()](const boost::system::error_code& error) {
+                                     self->disarmTimer();
+                                     // A peer speaking plain HTTP, or a certificate it refused:
+                                     // there is no way to answer either, so the connection ends.
+                                     if (error || self->m_phase == Phase::Closed || self->m_draining)
+                                         return self->close();
+                                     self->process();
+                                 });
+    }
 
     void process() {
         while (m_phase != Phase::Closed) {
@@ -162,11 +212,10 @@ private:
         }
         armTimer(deadline);
         char* room = m_framer.prepare(readSize);
-        m_socket.async_read_some(
-            asio::buffer(room, readSize),
-            [self = shared_from_this()](const boost::system::error_code& error, std::size_t size) {
-                self->onRead(error, size);
-            });
+        m_stream.async_read_some(asio::buffer(room, readSize),
+                                 [self = self()](const boost::system::error_code& error, std::size_t size) {
+                                     self->onRead(error, size);
+                                 });
     }
 
     void onRead(const boost::system::error_code& error, std::size_t size) {
@@ -201,7 +250,7 @@ private:
         m_timerExpiry = expiry;
         m_timerWaiting = true;
         m_timer.expires_at(expiry);
-        m_timer.async_wait([self = shared_from_this(), generation](const boost::system::error_code& error) {
+        m_timer.async_wait([self = self(), generation](const boost::system::error_code& error) {
             self->onTimer(error, generation);
         });
     }
@@ -214,17 +263,16 @@ private:
         m_deadline = Clock::time_point::max();
         m_timedOut = true;
         boost::system::error_code ignored;
-        m_socket.cancel(ignored);
+        socket().cancel(ignored);
     }
 
     void dispatch() {
         m_phase = Phase::Handling;
-        auto task =
-            std::make_shared<Tasks::Task>("http-request", [self = shared_from_this()](Tasks::RunContext&) {
-                self->callHandler();
-                self->postBack();
-                return true;
-            });
+        auto task = std::make_shared<Tasks::Task>("http-request", [self = self()](Tasks::RunContext&) {
+            self->callHandler();
+            self->postBack();
+            return true;
+        });
         try {
             m_shared->queue->addTask(std::move(task));
         } catch (const std::exception&) {
@@ -236,7 +284,7 @@ private:
     void postBack() {
         const std::lock_guard lock(m_shared->mutex);
         if (m_shared->stopped) return;
-        asio::post(m_socket.get_executor(), [self = shared_from_this()] {
+        asio::post(m_stream.get_executor(), [self = self()] {
             if (self->respond(false)) self->process();
         });
     }
@@ -381,10 +429,9 @@ private:
     void write() {
         m_phase = Phase::Writing;
         armTimer(Clock::now() + m_shared->options.writeTimeout);
-        asio::async_write(m_socket, asio::buffer(m_out),
-                          [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                              self->onWritten(error);
-                          });
+        asio::async_write(
+            m_stream, asio::buffer(m_out),
+            [self = self()](const boost::system::error_code& error, std::size_t) { self->onWritten(error); });
     }
 
     void onWritten(const boost::system::error_code& error) {
@@ -410,22 +457,27 @@ private:
     }
 
     // Half-closes and reads what the peer still sends until it closes too, for at most lingerTime.
+    // Over TLS the close notification goes out instead, and the peer's answer to it (or its
+    // closing) is awaited for as long.
     void linger() {
         m_phase = Phase::Lingering;
-        boost::system::error_code ignored;
-        m_socket.shutdown(tcp::socket::shutdown_send, ignored);
         armTimer(Clock::now() + std::min<Clock::duration>(lingerTime, m_shared->options.readTimeout));
-        discard();
+        if constexpr (tls) {
+            m_stream.async_shutdown([self = self()](const boost::system::error_code&) { self->close(); });
+        } else {
+            boost::system::error_code ignored;
+            socket().shutdown(tcp::socket::shutdown_send, ignored);
+            discard();
+        }
     }
 
     void discard() {
         m_piece.resize(readSize);
-        m_socket.async_read_some(
-            asio::buffer(m_piece.data(), readSize),
-            [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                if (error) return self->close();
-                self->discard();
-            });
+        m_stream.async_read_some(asio::buffer(m_piece.data(), readSize),
+                                 [self = self()](const boost::system::error_code& error, std::size_t) {
+                                     if (error) return self->close();
+                                     self->discard();
+                                 });
     }
 
     void close() {
@@ -434,12 +486,13 @@ private:
         disarmTimer();
         m_timer.cancel();
         boost::system::error_code ignored;
-        m_socket.shutdown(tcp::socket::shutdown_both, ignored);
-        m_socket.close(ignored);
+        socket().shutdown(tcp::socket::shutdown_both, ignored);
+        socket().close(ignored);
     }
 
     std::shared_ptr<Shared> m_shared;
-    tcp::socket m_socket;
+    std::shared_ptr<ssl::context> m_context; // TLS only; outlives m_stream, which refers to it
+    Stream m_stream;
     asio::steady_timer m_timer;
     unsigned m_timerGeneration = 0;
     Clock::time_point m_deadline = Clock::time_point::max();
@@ -471,6 +524,8 @@ public:
 
     void start() {
         if (m_running) ZEL_THROW_INVALID_OPERATION();
+        if (m_options.tls && !m_options.tls->isServer())
+            throw ArgumentException("Server: TLS needs a server context | address=" + m_options.address);
         auto shared = std::make_shared<Shared>();
         shared->options = m_options;
         shared->limits = {m_options.maxHeadSize, m_options.maxHeaderCount, m_options.maxBodySize};
@@ -512,12 +567,12 @@ public:
         });
         closed.get_future().wait();
 
-        forEachConnection([](Connection& connection) { connection.drain(); });
+        forEachConnection([](ConnectionBase& connection) { connection.drain(); });
         {
             std::unique_lock lock(shared.mutex);
             shared.changed.wait_for(lock, m_options.drainTimeout, [&] { return shared.connections.empty(); });
         }
-        forEachConnection([](Connection& connection) { connection.forceClose(); });
+        forEachConnection([](ConnectionBase& connection) { connection.forceClose(); });
         {
             std::unique_lock lock(shared.mutex);
             shared.changed.wait_for(lock, m_options.drainTimeout, [&] { return shared.connections.empty(); });
@@ -564,8 +619,14 @@ private:
                     if (full || shared->draining) {
                         boost::system::error_code ignored;
                         socket.close(ignored);
+                    } else if (shared->options.tls) {
+                        auto connection = std::make_shared<Connection<TlsSocket>>(
+                            shared, std::move(socket),
+                            Net::Detail::TlsContextAccess::impl(*shared->options.tls)->current());
+                        asio::post(connection->executor(), [connection] { connection->start(); });
                     } else {
-                        auto connection = std::make_shared<Connection>(shared, std::move(socket));
+                        auto connection =
+                            std::make_shared<Connection<tcp::socket>>(shared, std::move(socket));
                         asio::post(connection->executor(), [connection] { connection->start(); });
                     }
                 }
@@ -575,7 +636,7 @@ private:
 
     template <class Action>
     void forEachConnection(Action action) {
-        std::vector<std::shared_ptr<Connection>> alive;
+        std::vector<std::shared_ptr<ConnectionBase>> alive;
         {
             const std::lock_guard lock(m_shared->mutex);
             for (auto& [pointer, weak] : m_shared->connections)
