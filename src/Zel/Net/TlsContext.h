@@ -8,7 +8,8 @@ namespace Zel::Net {
 
 namespace Detail {
 struct TlsContextImpl;
-}
+struct TlsContextAccess;
+} // namespace Detail
 
 // The TLS settings of one side (OpenSSL 3, TLS 1.2 and later).
 //
@@ -38,6 +39,7 @@ public:
 
 private:
     friend class TlsStream;
+    friend struct Detail::TlsContextAccess;
 
     explicit TlsContext(std::shared_ptr<Detail::TlsContextImpl> impl) : m_impl(std::move(impl)) {}
     std::shared_ptr<Detail::TlsContextImpl> m_impl;

@@ -1,10 +1,10 @@
 #include <Zel/ArgumentException.h>
-#include <Zel/StringUtils.h>
 #include <Zel/Log/ILog.h>
 #include <Zel/Net/Http/NotFoundHandler.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
 #include <Zel/Net/Http/Router.h>
+#include <Zel/StringUtils.h>
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -138,6 +138,8 @@ bool Router::match(const Route& route, std::string_view path, Params& params) {
 }
 
 void Router::handle(Request& request, Response& response) {
+    // Without middleware there is no chain to build, and building it costs an allocation.
+    if (m_middleware.empty()) return route(request, response);
     std::size_t index = 0;
     Next next = [&] {
         if (index < m_middleware.size()) {

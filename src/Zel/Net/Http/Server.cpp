@@ -1,5 +1,7 @@
+#include <Zel/ArgumentException.h>
 #include <Zel/IO/IOException.h>
 #include <Zel/InvalidOperationException.h>
+#include <Zel/Net/Detail/TlsContextImpl.h>
 #include <Zel/Net/Http/Detail/RequestFramer.h>
 #include <Zel/Net/Http/HttpException.h>
 #include <Zel/Net/Http/IRequestHandler.h>
@@ -7,12 +9,15 @@
 #include <Zel/Net/Http/Server.h>
 #include <Zel/Tasks/Queue.h>
 #include <Zel/Tasks/Task.h>
+#include <Zel/Version.h>
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
@@ -21,6 +26,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <type_traits>
 #include <unordered_map>
 
 namespace Zel::Net::Http {
@@ -28,16 +34,19 @@ namespace Zel::Net::Http {
 namespace {
 
 namespace asio = boost::asio;
+namespace ssl = asio::ssl;
 using tcp = asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t readSize = 16384;
 constexpr std::size_t bodyPieceSize = 65536;
+// Answers to pipelined requests already read are gathered into one write up to this size.
+constexpr std::size_t coalesceLimit = 16384;
 // How long a closing connection keeps draining what the peer still sends, so that the kernel does
 // not answer those bytes with a reset that could destroy our last response in flight.
 constexpr auto lingerTime = std::chrono::milliseconds(1000);
 
-class Connection;
+class ConnectionBase;
 
 // What the server and its connections share. A connection whose handler still runs as a task can
 // outlive the Server object; it keeps this alive (the io_context included) until it is gone.
@@ -50,7 +59,7 @@ struct Shared {
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::unordered_map<Connection*, std::weak_ptr<Connection>> connections;
+    std::unordered_map<ConnectionBase*, std::weak_ptr<ConnectionBase>> connections;
     bool stopped = false; // nothing may be posted to io any more
     std::atomic<bool> draining{false};
 };
@@ -61,13 +70,45 @@ void setStatus(Response& response, int status) {
     if (status == 431) response.setReasonPhrase("Request Header Fields Too Large");
 }
 
-class Connection : public std::enable_shared_from_this<Connection> {
+// A fresh answer in the place of the last one: unlike assigning Response(), the headers keep their
+// storage, which saves allocations on every request of a connection.
+void reset(Response& response) {
+    response.setVersion(Version(1, 1));
+    response.headers().clear();
+    response.clearBody();
+    response.setStatusCode(200);
+}
+
+// What the server asks of a connection, whatever it runs over. Called on the connection's strand.
+class ConnectionBase {
 public:
-    Connection(std::shared_ptr<Shared> shared, tcp::socket socket)
-        : m_shared(std::move(shared)), m_socket(std::move(socket)), m_timer(m_socket.get_executor()),
+    virtual ~ConnectionBase() = default;
+    virtual void drain() = 0;
+    virtual void forceClose() = 0;
+    virtual asio::any_io_executor executor() = 0;
+};
+
+using TlsSocket = ssl::stream<tcp::socket>;
+
+// One connection over a plain socket or over TLS (Stream is tcp::socket or TlsSocket).
+template <class Stream>
+class Connection final : public ConnectionBase, public std::enable_shared_from_this<Connection<Stream>> {
+public:
+    static constexpr bool tls = std::is_same_v<Stream, TlsSocket>;
+
+    Connection(std::shared_ptr<Shared> shared, tcp::socket socket) requires(!tls)
+        : m_shared(std::move(shared)), m_stream(std::move(socket)), m_timer(m_stream.get_executor()),
           m_framer(m_shared->limits) {}
 
-    ~Connection() {
+    // The context is the one current when the connection came: a reload later does not touch it.
+    Connection(std::shared_ptr<Shared> shared, tcp::socket socket,
+               std::shared_ptr<ssl::context> context) requires tls : m_shared(std::move(shared)),
+                                                                     m_context(std::move(context)),
+                                                                     m_stream(std::move(socket), *m_context),
+                                                                     m_timer(m_stream.get_executor()),
+                                                                     m_framer(m_shared->limits) {}
+
+    ~Connection() override {
         const std::lock_guard lock(m_shared->mutex);
         m_shared->connections.erase(this);
         m_shared->changed.notify_all();
@@ -76,28 +117,50 @@ public:
     void start() {
         {
             const std::lock_guard lock(m_shared->mutex);
-            m_shared->connections.emplace(this, weak_from_this());
+            m_shared->connections.emplace(this, this->weak_from_this());
         }
-        m_socket.set_option(tcp::no_delay(true));
-        process();
+        boost::system::error_code ignored;
+        socket().set_option(tcp::no_delay(true), ignored);
+        if constexpr (tls)
+            handshake();
+        else
+            process();
     }
 
-    // Called on the connection's strand.
-    void drain() {
+    void drain() override {
         m_draining = true;
         if (m_phase == Phase::Reading && m_framer.idle()) {
             boost::system::error_code ignored;
-            m_socket.cancel(ignored);
+            socket().cancel(ignored);
         }
     }
 
-    void forceClose() { close(); }
+    void forceClose() override { close(); }
 
-    asio::any_io_executor executor() { return m_socket.get_executor(); }
+    asio::any_io_executor executor() override { return m_stream.get_executor(); }
 
 private:
     enum class Phase { Reading, Handling, Writing, Lingering, Closed };
     enum class AfterWrite { Continue, Response };
+
+    tcp::socket::lowest_layer_type& socket() noexcept { return m_stream.lowest_layer(); }
+    std::shared_ptr<Connection> self() { return this->shared_from_this(); }
+
+    // Until the handshake is done the connection counts as reading an idle head, so that stop()
+    // ends it at once.
+    void handshake() {
+        m_phase = Phase::Reading;
+        armTimer(Clock::now() + m_shared->options.handshakeTimeout);
+        m_stream.async_handshake(ssl::stream_base::server,
+                                 [self = self()](const boost::system::error_code& error) {
+                                     self->disarmTimer();
+                                     // A peer speaking plain HTTP, or a certificate it refused:
+                                     // there is no way to answer either, so the connection ends.
+                                     if (error || self->m_phase == Phase::Closed || self->m_draining)
+                                         return self->close();
+                                     self->process();
+                                 });
+    }
 
     void process() {
         while (m_phase != Phase::Closed) {
@@ -110,16 +173,21 @@ private:
             }
             switch (step) {
             case Detail::RequestFramer::Step::NeedMore:
+                // Answers gathered from pipelined requests go out before waiting for more.
+                if (!m_out.empty()) return write();
                 if (m_draining && m_framer.idle()) return close();
                 return read();
             case Detail::RequestFramer::Step::SendContinue:
-                m_out = "HTTP/1.1 100 Continue\r\n\r\n";
+                m_out += "HTTP/1.1 100 Continue\r\n\r\n";
                 m_afterWrite = AfterWrite::Continue;
-                m_phase = Phase::Writing;
                 return write();
             case Detail::RequestFramer::Step::Request:
                 m_headStarted = false;
-                return dispatch();
+                if (m_shared->queue) return dispatch();
+                m_phase = Phase::Handling;
+                callHandler();
+                if (!respond(false)) return;
+                break;
             case Detail::RequestFramer::Step::Refuse:
                 return respondRefusal(m_framer.refusalStatus());
             }
@@ -144,11 +212,10 @@ private:
         }
         armTimer(deadline);
         char* room = m_framer.prepare(readSize);
-        m_socket.async_read_some(
-            asio::buffer(room, readSize),
-            [self = shared_from_this()](const boost::system::error_code& error, std::size_t size) {
-                self->onRead(error, size);
-            });
+        m_stream.async_read_some(asio::buffer(room, readSize),
+                                 [self = self()](const boost::system::error_code& error, std::size_t size) {
+                                     self->onRead(error, size);
+                                 });
     }
 
     void onRead(const boost::system::error_code& error, std::size_t size) {
@@ -166,51 +233,64 @@ private:
         process();
     }
 
+    // One timer watches whichever deadline the connection has. Moving the deadline later only
+    // notes it: the timer wakes at the earlier time and sleeps on. Cancelling and re-arming for
+    // every read and write would cost a timer-queue update and a completion per operation.
     void armTimer(Clock::time_point deadline) {
-        const unsigned generation = ++m_timerGeneration;
+        m_deadline = deadline;
         m_timedOut = false;
-        m_timer.expires_at(deadline);
-        m_timer.async_wait([self = shared_from_this(), generation](const boost::system::error_code& error) {
-            if (error || generation != self->m_timerGeneration) return;
-            self->m_timedOut = true;
-            boost::system::error_code ignored;
-            self->m_socket.cancel(ignored);
+        if (m_timerWaiting && m_timerExpiry <= deadline) return;
+        waitFor(deadline);
+    }
+
+    void disarmTimer() { m_deadline = Clock::time_point::max(); }
+
+    void waitFor(Clock::time_point expiry) {
+        const unsigned generation = ++m_timerGeneration;
+        m_timerExpiry = expiry;
+        m_timerWaiting = true;
+        m_timer.expires_at(expiry);
+        m_timer.async_wait([self = self(), generation](const boost::system::error_code& error) {
+            self->onTimer(error, generation);
         });
     }
 
-    void disarmTimer() {
-        ++m_timerGeneration;
-        m_timer.cancel();
+    void onTimer(const boost::system::error_code& error, unsigned generation) {
+        if (generation != m_timerGeneration) return; // a wait replaced by an earlier one
+        m_timerWaiting = false;
+        if (error || m_phase == Phase::Closed || m_deadline == Clock::time_point::max()) return;
+        if (Clock::now() < m_deadline) return waitFor(m_deadline);
+        m_deadline = Clock::time_point::max();
+        m_timedOut = true;
+        boost::system::error_code ignored;
+        socket().cancel(ignored);
     }
 
     void dispatch() {
         m_phase = Phase::Handling;
-        if (!m_shared->queue) {
-            callHandler();
-            return respond(false);
-        }
-        auto task =
-            std::make_shared<Tasks::Task>("http-request", [self = shared_from_this()](Tasks::RunContext&) {
-                self->callHandler();
-                self->postBack();
-                return true;
-            });
+        auto task = std::make_shared<Tasks::Task>("http-request", [self = self()](Tasks::RunContext&) {
+            self->callHandler();
+            self->postBack();
+            return true;
+        });
         try {
             m_shared->queue->addTask(std::move(task));
         } catch (const std::exception&) {
             m_response = Response(503);
-            respond(false);
+            if (respond(false)) process();
         }
     }
 
     void postBack() {
         const std::lock_guard lock(m_shared->mutex);
         if (m_shared->stopped) return;
-        asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->respond(false); });
+        asio::post(m_stream.get_executor(), [self = self()] {
+            if (self->respond(false)) self->process();
+        });
     }
 
     void callHandler() {
-        m_response = Response();
+        reset(m_response);
         try {
             m_shared->handler->handle(m_request, m_response);
         } catch (const HttpException& e) {
@@ -229,14 +309,16 @@ private:
     }
 
     void respondRefusal(int status) {
-        m_response = Response();
+        reset(m_response);
         setStatus(m_response, status);
         respond(true);
     }
 
-    void respond(bool refusal) {
-        if (m_phase == Phase::Closed) return;
-        m_phase = Phase::Writing;
+    // Appends the answer to m_out. True when the next request may be taken up at once with the
+    // answer still unsent (a pipelined one, read already, on the I/O thread); otherwise the answer
+    // is being written.
+    bool respond(bool refusal) {
+        if (m_phase == Phase::Closed) return false;
         Headers& headers = m_response.headers();
         const int status = m_response.statusCode();
         const bool headRequest = !refusal && m_request.method() == "HEAD";
@@ -269,7 +351,7 @@ private:
             headers.set("Connection", "keep-alive");
         m_keepAlive = keepAlive;
 
-        m_out.clear();
+        const std::size_t start = m_out.size();
         m_out += "HTTP/1.1 ";
         m_out += std::to_string(status);
         m_out += ' ';
@@ -281,12 +363,23 @@ private:
         try {
             fillBody();
         } catch (const std::exception&) {
-            // The head may be out already in a later piece; here nothing was sent, so the
-            // connection simply ends.
-            return close();
+            // Nothing of this answer has been sent: the answers before it go out, then the
+            // connection ends.
+            m_out.resize(start);
+            m_keepAlive = false;
+            m_bodyDone = true;
         }
         m_afterWrite = AfterWrite::Response;
+        if (m_bodyDone) {
+            m_body.reset();
+            if (m_keepAlive && !m_draining && !m_shared->queue && m_out.size() < coalesceLimit) return true;
+        }
+        if (m_out.empty()) {
+            close();
+            return false;
+        }
         write();
+        return false;
     }
 
     // Appends the next piece of the body to m_out; sets m_bodyDone after the last.
@@ -296,11 +389,19 @@ private:
             return;
         }
         if (!m_chunked) {
+            // A body of known length gets room for what is left of it, not a whole piece: growing
+            // the buffer zeroes the new room, and most answers are far smaller than a piece.
+            std::size_t piece = bodyPieceSize;
+            const bool lengthKnown = m_body->can(IO::IStream::LengthKnown);
+            if (lengthKnown) {
+                const std::int64_t left = m_body->getLength() - m_body->getPosition();
+                piece = static_cast<std::size_t>(std::clamp<std::int64_t>(left, 0, bodyPieceSize));
+            }
             const std::size_t before = m_out.size();
-            m_out.resize(before + bodyPieceSize);
+            m_out.resize(before + piece);
             std::size_t filled = 0;
-            while (filled < bodyPieceSize) {
-                const std::size_t got = m_body->read(m_out.data() + before + filled, bodyPieceSize - filled);
+            while (filled < piece) {
+                const std::size_t got = m_body->read(m_out.data() + before + filled, piece - filled);
                 if (got == 0) {
                     m_bodyDone = true;
                     break;
@@ -308,6 +409,7 @@ private:
                 filled += got;
             }
             m_out.resize(before + filled);
+            if (lengthKnown && m_body->getPosition() >= m_body->getLength()) m_bodyDone = true;
             return;
         }
         m_piece.resize(bodyPieceSize);
@@ -325,22 +427,23 @@ private:
     }
 
     void write() {
+        m_phase = Phase::Writing;
         armTimer(Clock::now() + m_shared->options.writeTimeout);
-        asio::async_write(m_socket, asio::buffer(m_out),
-                          [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                              self->onWritten(error);
-                          });
+        asio::async_write(
+            m_stream, asio::buffer(m_out),
+            [self = self()](const boost::system::error_code& error, std::size_t) { self->onWritten(error); });
     }
 
     void onWritten(const boost::system::error_code& error) {
         disarmTimer();
         if (error || m_phase == Phase::Closed) return close();
+        m_out.clear();
         if (m_afterWrite == AfterWrite::Continue) {
+            m_afterWrite = AfterWrite::Response;
             m_phase = Phase::Reading;
             return process();
         }
         if (!m_bodyDone) {
-            m_out.clear();
             try {
                 fillBody();
             } catch (const std::exception&) {
@@ -349,43 +452,52 @@ private:
             return write();
         }
         m_body.reset();
-        m_response = Response();
         if (m_keepAlive && !m_draining) return process();
         linger();
     }
 
     // Half-closes and reads what the peer still sends until it closes too, for at most lingerTime.
+    // Over TLS the close notification goes out instead, and the peer's answer to it (or its
+    // closing) is awaited for as long.
     void linger() {
         m_phase = Phase::Lingering;
-        boost::system::error_code ignored;
-        m_socket.shutdown(tcp::socket::shutdown_send, ignored);
         armTimer(Clock::now() + std::min<Clock::duration>(lingerTime, m_shared->options.readTimeout));
-        discard();
+        if constexpr (tls) {
+            m_stream.async_shutdown([self = self()](const boost::system::error_code&) { self->close(); });
+        } else {
+            boost::system::error_code ignored;
+            socket().shutdown(tcp::socket::shutdown_send, ignored);
+            discard();
+        }
     }
 
     void discard() {
         m_piece.resize(readSize);
-        m_socket.async_read_some(
-            asio::buffer(m_piece.data(), readSize),
-            [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                if (error) return self->close();
-                self->discard();
-            });
+        m_stream.async_read_some(asio::buffer(m_piece.data(), readSize),
+                                 [self = self()](const boost::system::error_code& error, std::size_t) {
+                                     if (error) return self->close();
+                                     self->discard();
+                                 });
     }
 
     void close() {
         if (m_phase == Phase::Closed) return;
         m_phase = Phase::Closed;
         disarmTimer();
+        m_timer.cancel();
         boost::system::error_code ignored;
-        m_socket.shutdown(tcp::socket::shutdown_both, ignored);
-        m_socket.close(ignored);
+        socket().shutdown(tcp::socket::shutdown_both, ignored);
+        socket().close(ignored);
     }
 
     std::shared_ptr<Shared> m_shared;
-    tcp::socket m_socket;
+    std::shared_ptr<ssl::context> m_context; // TLS only; outlives m_stream, which refers to it
+    Stream m_stream;
     asio::steady_timer m_timer;
     unsigned m_timerGeneration = 0;
+    Clock::time_point m_deadline = Clock::time_point::max();
+    Clock::time_point m_timerExpiry;
+    bool m_timerWaiting = false;
     bool m_timedOut = false;
     Detail::RequestFramer m_framer;
     Request m_request;
@@ -412,6 +524,8 @@ public:
 
     void start() {
         if (m_running) ZEL_THROW_INVALID_OPERATION();
+        if (m_options.tls && !m_options.tls->isServer())
+            throw ArgumentException("Server: TLS needs a server context | address=" + m_options.address);
         auto shared = std::make_shared<Shared>();
         shared->options = m_options;
         shared->limits = {m_options.maxHeadSize, m_options.maxHeaderCount, m_options.maxBodySize};
@@ -453,12 +567,12 @@ public:
         });
         closed.get_future().wait();
 
-        forEachConnection([](Connection& connection) { connection.drain(); });
+        forEachConnection([](ConnectionBase& connection) { connection.drain(); });
         {
             std::unique_lock lock(shared.mutex);
             shared.changed.wait_for(lock, m_options.drainTimeout, [&] { return shared.connections.empty(); });
         }
-        forEachConnection([](Connection& connection) { connection.forceClose(); });
+        forEachConnection([](ConnectionBase& connection) { connection.forceClose(); });
         {
             std::unique_lock lock(shared.mutex);
             shared.changed.wait_for(lock, m_options.drainTimeout, [&] { return shared.connections.empty(); });
@@ -505,8 +619,14 @@ private:
                     if (full || shared->draining) {
                         boost::system::error_code ignored;
                         socket.close(ignored);
+                    } else if (shared->options.tls) {
+                        auto connection = std::make_shared<Connection<TlsSocket>>(
+                            shared, std::move(socket),
+                            Net::Detail::TlsContextAccess::impl(*shared->options.tls)->current());
+                        asio::post(connection->executor(), [connection] { connection->start(); });
                     } else {
-                        auto connection = std::make_shared<Connection>(shared, std::move(socket));
+                        auto connection =
+                            std::make_shared<Connection<tcp::socket>>(shared, std::move(socket));
                         asio::post(connection->executor(), [connection] { connection->start(); });
                     }
                 }
@@ -516,7 +636,7 @@ private:
 
     template <class Action>
     void forEachConnection(Action action) {
-        std::vector<std::shared_ptr<Connection>> alive;
+        std::vector<std::shared_ptr<ConnectionBase>> alive;
         {
             const std::lock_guard lock(m_shared->mutex);
             for (auto& [pointer, weak] : m_shared->connections)

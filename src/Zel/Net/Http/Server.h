@@ -1,10 +1,12 @@
 #pragma once
 
 #include <Zel/Export.h>
+#include <Zel/Net/TlsContext.h>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Zel::Tasks {
@@ -34,6 +36,13 @@ class IRequestHandler;
 // frame differently are refused (see FramingCheck) with "Connection: close". Beyond maxConnections,
 // new connections are closed at once.
 //
+// With a TLS context in the options the server speaks HTTPS only: every connection first completes a
+// TLS handshake within handshakeTimeout (a peer that does not, or speaks plain HTTP, is closed), then
+// is served under the same limits. The context is shared, not copied: reload() on the caller's copy
+// gives every later handshake the renewed certificate.
+//
+//     Server server(router, {.port = 8443, .tls = TlsContext::server("cert.pem", "key.pem")});
+//
 // stop() stops accepting, closes idle connections, lets requests in progress finish within
 // drainTimeout and then closes what is left. Thread safety: start and stop from one thread; the
 // counters from any.
@@ -52,6 +61,9 @@ public:
         std::chrono::milliseconds idleTimeout{60000};
         std::chrono::milliseconds writeTimeout{30000};
         std::chrono::milliseconds drainTimeout{5000};
+        // A server context (TlsContext::server) for HTTPS; none for plain HTTP.
+        std::optional<TlsContext> tls;
+        std::chrono::milliseconds handshakeTimeout{10000};
     };
 
     Server(std::shared_ptr<IRequestHandler> handler, Options options,
@@ -62,7 +74,8 @@ public:
     Server& operator=(const Server&) = delete;
 
     // Binds and listens. Throws IO::IOException "Server: cannot listen | address=.. | port=.. |
-    // error=.." when the address cannot be bound, InvalidOperationException when running.
+    // error=.." when the address cannot be bound, ArgumentException "Server: TLS needs a server
+    // context | address=.." for a client's TLS context, InvalidOperationException when running.
     void start();
     void stop();
 

@@ -174,6 +174,10 @@ TEST_F(SmugglingTest, EveryAmbiguousFramingIsRefusedAndClosesTheConnection) {
          "GET /a HTTP/1.1\r\n\r\nPOST /b HTTP/1.1\r\nContent-Length: 1\r\n\r\nxGET /c HTTP/1.1\r\n\r\n",
          {200, 200, 200},
          false},
+        {"answers gathered before a refusal",
+         "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1\r\n\r\n" + hidden,
+         {200, 400},
+         true},
     };
     for (const auto& row : cases) {
         for (const bool bytewise : {false, true}) {
