@@ -157,6 +157,23 @@ TEST(XmlDocument, RefusesMalformedInputWithPositions) {
         SCOPED_TRACE(row.text);
         EXPECT_EQ(parseError(row.text), row.message);
     }
+
+    // Elements with many attributes are checked for repeats another way than those with a few:
+    // names alike in length and letters, a repeat of the first, middle and last one, each after
+    // 9 to 200 attributes (past the points where the check changes and its table grows).
+    for (const int count : {9, 10, 33, 70, 200}) {
+        std::string text = "<a";
+        for (int i = 0; i < count; ++i)
+            text += " n" + std::to_string(1000 + i) + "x=\"" + std::to_string(i) + "\"";
+        EXPECT_EQ(parseError(text + "/>"), "");
+        for (const int repeated : {0, count / 2, count - 1}) {
+            SCOPED_TRACE(std::to_string(count) + " attributes, repeating " + std::to_string(repeated));
+            const std::string name = "n" + std::to_string(1000 + repeated) + "x";
+            EXPECT_EQ(parseError(text + " " + name + "=\"\"/>"),
+                      "XML: repeated attribute | line=1 | column=" + std::to_string(text.size() + 2) +
+                          " | name=" + name);
+        }
+    }
 }
 
 TEST(XmlDocument, ExpandsInternalEntitiesWithinTheLimit) {

@@ -1,9 +1,8 @@
+#include <Zel/Detail/Simd.h>
 #include <Zel/Xml/Detail/DocumentData.h>
 #include <Zel/Xml/XmlException.h>
+#include <algorithm>
 #include <array>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -24,6 +23,7 @@ enum : std::uint8_t {
     NameChar = 4,       // may continue a name
     TextStop = 8,       // ends a run of plain character data: < & ] CR, NUL and other control characters
     AttributeStop = 16, // ends a run of an attribute value: both quotes, < &, CR LF TAB, controls
+    Colon = 32,         // so that a name scan learns whether it saw one by OR-ing what it looked up
 };
 
 constexpr std::array<std::uint8_t, 256> makeClasses() {
@@ -43,7 +43,7 @@ constexpr std::array<std::uint8_t, 256> makeClasses() {
     for (int c = 0x80; c < 0x100; ++c)
         table[c] = NameStart | NameChar;
     table['_'] = NameStart | NameChar;
-    table[':'] = NameStart | NameChar;
+    table[':'] = NameStart | NameChar | Colon;
     table['-'] = NameChar;
     table['.'] = NameChar;
     table['<'] = TextStop | AttributeStop;
@@ -63,7 +63,7 @@ inline bool is(char c, std::uint8_t bits) noexcept {
 // time without looking where the text ends: a NUL stops them like the byte-wise table does.
 constexpr std::size_t padding = 16;
 
-#if defined(__SSE2__)
+#if ZEL_SIMD_SSE2
 // The first byte from `p` on that is `a`, `b`, `c` or `d` or below 0x20.
 inline const char* findStop(const char* p, char a, char b, char c, char d) noexcept {
     const __m128i va = _mm_set1_epi8(a), vb = _mm_set1_epi8(b), vc = _mm_set1_epi8(c), vd = _mm_set1_epi8(d);
@@ -81,7 +81,7 @@ inline const char* findStop(const char* p, char a, char b, char c, char d) noexc
 
 // The next byte of character data that needs a look: < & ] CR NUL or another control character.
 inline char* skipText(char* p) noexcept {
-#if defined(__SSE2__)
+#if ZEL_SIMD_SSE2
     return const_cast<char*>(findStop(p, '<', '&', ']', '<'));
 #else
     while (!is(*p, TextStop))
@@ -92,13 +92,66 @@ inline char* skipText(char* p) noexcept {
 
 // The next byte of an attribute value that needs a look: either quote, < &, control characters.
 inline char* skipAttributeValue(char* p) noexcept {
-#if defined(__SSE2__)
+#if ZEL_SIMD_SSE2
     return const_cast<char*>(findStop(p, '"', '\'', '<', '&'));
 #else
     while (!is(*p, AttributeStop))
         ++p;
     return p;
 #endif
+}
+
+// The first byte from `p` on that is not XML white space. Runs of one byte (between attributes)
+// are the common case and cost one look; the indentation between elements goes 16 bytes a step.
+inline char* skipSpaces(char* p) noexcept {
+    if (!is(*p, Space)) return p;
+    if (!is(*++p, Space)) return p;
+#if ZEL_SIMD_SSE2
+    const __m128i space = _mm_set1_epi8(' '), lf = _mm_set1_epi8('\n'), tab = _mm_set1_epi8('\t'),
+                  cr = _mm_set1_epi8('\r');
+    for (;; p += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i white = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, space), _mm_cmpeq_epi8(v, lf)),
+                                           _mm_or_si128(_mm_cmpeq_epi8(v, tab), _mm_cmpeq_epi8(v, cr)));
+        if (const unsigned other = static_cast<unsigned>(_mm_movemask_epi8(white)) ^ 0xFFFFu)
+            return p + __builtin_ctz(other);
+    }
+#else
+    while (is(*p, Space))
+        ++p;
+    return p;
+#endif
+}
+
+// The first byte from `p` on that cannot continue a name; ORs the classes of the bytes passed
+// into `seen`. Unrolled: names are short, but the loop overhead is most of what a byte costs.
+inline char* skipName(char* p, std::uint8_t& seen) noexcept {
+    std::uint8_t all = seen;
+    for (;; p += 4) {
+        std::uint8_t c = classes[static_cast<unsigned char>(p[0])];
+        if (!(c & NameChar)) break;
+        all |= c;
+        c = classes[static_cast<unsigned char>(p[1])];
+        if (!(c & NameChar)) {
+            p += 1;
+            break;
+        }
+        all |= c;
+        c = classes[static_cast<unsigned char>(p[2])];
+        if (!(c & NameChar)) {
+            p += 2;
+            break;
+        }
+        all |= c;
+        c = classes[static_cast<unsigned char>(p[3])];
+        if (!(c & NameChar)) {
+            p += 3;
+            break;
+        }
+        all |= c;
+    }
+    seen = all;
+    return p;
 }
 
 bool isXmlChar(std::uint32_t code) noexcept {
@@ -202,8 +255,7 @@ private:
     // --- small scanners -----------------------------------------------------------------------
     bool skipSpace() noexcept {
         const char* start = m_p;
-        while (is(*m_p, Space))
-            ++m_p;
+        m_p = skipSpaces(m_p);
         return m_p != start;
     }
     bool startsWith(std::string_view token) const noexcept {
@@ -215,16 +267,12 @@ private:
         ++m_p;
     }
     std::string_view name() {
-        const char* start = m_p;
-        if (!is(*m_p, NameStart)) unexpected(m_p, "name");
+        char* start = m_p;
+        if (!is(*start, NameStart)) unexpected(start, "name");
         // Noting a colon on the way spares the namespace code a second pass over most names.
-        bool colon = *m_p == ':';
-        ++m_p;
-        while (is(*m_p, NameChar)) {
-            colon |= *m_p == ':';
-            ++m_p;
-        }
-        m_nameHasColon = colon;
+        std::uint8_t seen = classes[static_cast<unsigned char>(*start)];
+        m_p = skipName(start + 1, seen);
+        m_nameHasColon = (seen & Colon) != 0;
         return {start, static_cast<std::size_t>(m_p - start)};
     }
     // The length of the prefix of a qualified name; refuses names that are not one.
@@ -781,6 +829,7 @@ private:
         NodeData* element = append(NodeType::Element);
         element->name = qualified;
         AttributeData* last = nullptr;
+        std::size_t count = 0;
         bool declares = false;
         bool prefixed = false;
         bool empty = false;
@@ -804,32 +853,7 @@ private:
             attribute->namespaceUri = {};
             attribute->next = nullptr;
             attribute->prefixLength = 0;
-            // Elements with dozens of attributes are common in data exports: compare a summary of
-            // each name first, held in one small array, and the names only when summaries match.
-            const std::string_view attributeName = attribute->name;
-            const std::uint32_t summary = static_cast<std::uint32_t>(attributeName.size()) << 16 ^
-                                          static_cast<unsigned char>(attributeName.back()) << 8 ^
-                                          static_cast<unsigned char>(attributeName[attributeName.size() / 2]);
-            if (!last) {
-                m_attributeSummaries.clear();
-                m_summaryBits[0] = m_summaryBits[1] = m_summaryBits[2] = m_summaryBits[3] = 0;
-            }
-            // A 256-bit filter of the summaries seen: most attributes need no search at all.
-            std::uint64_t& bits = m_summaryBits[summary >> 6 & 3];
-            const std::uint64_t bit = std::uint64_t{1} << (summary & 63);
-            const bool maybeSeen = (bits & bit) != 0;
-            bits |= bit;
-            for (std::size_t i = 0; maybeSeen && i < m_attributeSummaries.size(); ++i) {
-                if (m_attributeSummaries[i] == summary) {
-                    std::size_t index = 0;
-                    for (const AttributeData* other = element->firstAttribute; other;
-                         other = other->next, ++index) {
-                        if (index == i && other->name == attributeName)
-                            fail(at, "repeated attribute", " | name=" + std::string(attributeName));
-                    }
-                }
-            }
-            m_attributeSummaries.push_back(summary);
+            checkRepeated(element, attribute, ++count, at);
             skipSpace();
             expect('=', "=");
             skipSpace();
@@ -847,19 +871,75 @@ private:
         }
         if (declares) declareNamespaces(element, start);
         element->prefixLength = qualifiedHasColon ? prefixLength(qualified, start) : 0;
-        if (element->prefixLength || !m_namespaces.empty()) resolve(element, start);
+        if (element->prefixLength)
+            resolve(element, start);
+        else
+            element->namespaceUri = m_defaultNamespace;
         if (prefixed) resolveAttributes(element, start);
         if (empty) {
             // An empty element closes at once.
-            if (!m_scopes.empty() && m_scopes.back().first == element) {
-                m_namespaces.resize(m_scopes.back().second);
-                m_scopes.pop_back();
-            }
+            if (!m_scopes.empty() && m_scopes.back().first == element) leaveScope();
             return;
         }
         if (++m_depth > m_options.maxDepth)
             fail(start, "nesting too deep", " | limit=" + std::to_string(m_options.maxDepth));
         m_current = element;
+    }
+
+    // Refuses a name the element already has; `count` includes the new attribute, which is not
+    // linked yet. With a handful of attributes comparing lengths first and then the bytes beats
+    // any hashing; data exports with dozens per element go through a small open-addressed table
+    // that is never cleared: each element stamps its entries with a number of its own.
+    void checkRepeated(const NodeData* element, const AttributeData* attribute, std::size_t count,
+                       const char* at) {
+        constexpr std::size_t linearLimit = 8;
+        const std::string_view name = attribute->name;
+        if (count <= linearLimit) {
+            for (const AttributeData* other = element->firstAttribute; other; other = other->next) {
+                if (other->name.size() == name.size() &&
+                    std::memcmp(other->name.data(), name.data(), name.size()) == 0)
+                    fail(at, "repeated attribute", " | name=" + std::string(name));
+            }
+            return;
+        }
+        if (count == linearLimit + 1) {
+            if (++m_stamp == 0) { // wrapped: stamps of long ago would match again
+                std::fill(m_slots.begin(), m_slots.end(), Slot{});
+                m_stamp = 1;
+            }
+            if (m_slots.empty()) m_slots.resize(64);
+            for (const AttributeData* other = element->firstAttribute; other; other = other->next)
+                insertSlot(other);
+        }
+        if (count * 2 > m_slots.size()) {
+            // Grown and refilled: stamps in the new table start over.
+            m_slots.assign(m_slots.size() * 2, Slot{});
+            m_stamp = 1;
+            for (const AttributeData* other = element->firstAttribute; other; other = other->next)
+                insertSlot(other);
+        }
+        if (!insertSlot(attribute)) fail(at, "repeated attribute", " | name=" + std::string(name));
+    }
+
+    // False when an attribute of that name is in the table already.
+    bool insertSlot(const AttributeData* attribute) noexcept {
+        const std::string_view name = attribute->name;
+        // Length and three bytes tell apart the names of real documents (which often share
+        // their beginnings); a collision only costs a comparison.
+        const auto byte = [&](std::size_t i) {
+            return static_cast<std::uint32_t>(static_cast<unsigned char>(name[i]));
+        };
+        const std::uint32_t key = static_cast<std::uint32_t>(name.size()) ^ byte(0) << 8 ^
+                                  byte(name.size() / 2) << 16 ^ byte(name.size() - 1) << 24;
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t i = (key * 0x9E3779B1u) >> 16 & mask;; i = (i + 1) & mask) {
+            Slot& slot = m_slots[i];
+            if (slot.stamp != m_stamp) {
+                slot = {m_stamp, attribute};
+                return true;
+            }
+            if (slot.attribute->name == name) return false;
+        }
     }
 
     std::string_view attributeValue() {
@@ -899,11 +979,10 @@ private:
         const char* at = m_p;
         // Compared in place against the open element's name: no scan for where the name ends.
         const std::string_view expected = m_current->name;
-        std::size_t same = 0;
-        while (same < expected.size() && m_p[same] == expected[same])
-            ++same;
-        if (same == expected.size() && !is(m_p[same], NameChar)) {
-            m_p += same;
+        const std::size_t size = expected.size();
+        if (static_cast<std::size_t>(m_end - m_p) > size && std::memcmp(m_p, expected.data(), size) == 0 &&
+            !is(m_p[size], NameChar)) {
+            m_p += size;
         } else {
             const std::string_view closing = name();
             fail(at, "mismatched end tag",
@@ -912,10 +991,7 @@ private:
         skipSpace();
         if (*m_p != '>') unexpected(m_p, ">");
         ++m_p;
-        if (!m_scopes.empty() && m_scopes.back().first == m_current) {
-            m_namespaces.resize(m_scopes.back().second);
-            m_scopes.pop_back();
-        }
+        if (!m_scopes.empty() && m_scopes.back().first == m_current) leaveScope();
         --m_depth;
         m_current = m_current->parent;
     }
@@ -942,6 +1018,24 @@ private:
             if (prefix == "xmlns" || (prefix == "xml") != (attribute->value == xmlNamespace))
                 fail(at, "reserved namespace prefix", " | prefix=" + std::string(prefix));
             m_namespaces.emplace_back(prefix, attribute->value);
+        }
+        findDefaultNamespace();
+    }
+
+    void leaveScope() {
+        m_namespaces.resize(m_scopes.back().second);
+        m_scopes.pop_back();
+        findDefaultNamespace();
+    }
+
+    // Kept at hand: every element without a prefix takes it.
+    void findDefaultNamespace() noexcept {
+        m_defaultNamespace = {};
+        for (auto binding = m_namespaces.rbegin(); binding != m_namespaces.rend(); ++binding) {
+            if (binding->first.empty()) {
+                m_defaultNamespace = binding->second;
+                return;
+            }
         }
     }
 
@@ -988,8 +1082,13 @@ private:
     std::vector<std::pair<const NodeData*, std::size_t>> m_scopes;           // element → bindings before it
     std::unordered_map<std::string_view, std::string> m_entities;
     std::vector<std::string_view> m_expanding;
-    std::vector<std::uint32_t> m_attributeSummaries; // of the element being read
-    std::uint64_t m_summaryBits[4] = {};
+    struct Slot {
+        std::uint32_t stamp = 0;
+        const AttributeData* attribute = nullptr;
+    };
+    std::vector<Slot> m_slots; // names of an element with many attributes, see checkRepeated
+    std::uint32_t m_stamp = 0;
+    std::string_view m_defaultNamespace; // the one in scope
     bool m_nameHasColon = false;
     std::size_t m_expanded = 0;
 };
