@@ -285,6 +285,22 @@ TEST(XmlDocument, WritesWhatParsesToTheSameTree) {
     EXPECT_EQ(Document::parse("<a><b>t</b><c/></a>").toString({true, "  "}),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a>\n  <b>t</b>\n  <c/>\n</a>\n");
     EXPECT_EQ(Document().toString(), "");
+
+    // Long runs are scanned for what needs escaping a word at a time: each such character at
+    // every offset within and across words, in text and in attribute values.
+    for (std::size_t at = 0; at < 20; ++at) {
+        for (const char special : std::string("<&>\"\t\n\r")) {
+            const std::string value = std::string(at, 'x') + special + std::string(19 - at, 'y');
+            SCOPED_TRACE(value);
+            // Read from character references, so that the values hold the characters themselves.
+            const std::string escaped =
+                std::string(at, 'x') + "&#" + std::to_string(int(special)) + ";" + std::string(19 - at, 'y');
+            const std::string text = "<a v=\"" + escaped + "\">" + escaped + "</a>";
+            const Document document = Document::parse(Document::parse(text).toString());
+            EXPECT_EQ(document.root().attribute("v").value(), value);
+            EXPECT_EQ(document.root().text(), value);
+        }
+    }
 }
 
 // A few MB of order records, as an old system would export them.
