@@ -74,6 +74,22 @@ TEST(XmlDocument, ReadsEveryKindOfNode) {
     EXPECT_THAT(
         top, ::testing::ElementsAre(NodeType::Comment, NodeType::Element, NodeType::ProcessingInstruction));
     EXPECT_EQ(document.node().firstChild().value(), " before ");
+
+    // Siblings backwards, from the last child of each node to the first one.
+    for (const Node parent : {document.node(), catalog, note, book, catalog.child("empty")}) {
+        SCOPED_TRACE(parent.name());
+        std::vector<Node> forwards;
+        for (const Node child : parent.children())
+            forwards.push_back(child);
+        std::vector<Node> backwards;
+        for (Node child = parent.lastChild(); child; child = child.previousSibling())
+            backwards.insert(backwards.begin(), child);
+        EXPECT_EQ(backwards, forwards);
+    }
+    EXPECT_FALSE(document.node().previousSibling());
+    EXPECT_FALSE(document.node().nextSibling());
+    EXPECT_EQ(book.firstChild(), book.lastChild());
+    EXPECT_EQ(catalog.lastChild().name(), "empty");
 }
 
 TEST(XmlDocument, OptionsDropCommentsAndPisOrKeepWhitespace) {

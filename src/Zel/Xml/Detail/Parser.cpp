@@ -209,6 +209,8 @@ class Parser {
 public:
     Parser(std::string_view source, DocumentData& document, const ParseOptions& options)
         : m_source(source), m_document(document), m_options(options) {
+        // Nodes keep 32-bit lengths.
+        if (source.size() > maxTextSize) throw XmlException("document too large", 1, 1, limitDetail());
         char* text = new char[source.size() + padding];
         document.text.reset(text);
         document.size = source.size();
@@ -228,6 +230,8 @@ public:
 
 private:
     // --- errors -------------------------------------------------------------------------------
+    static constexpr std::size_t maxTextSize = 0xFFFFFFFF;
+    static std::string limitDetail() { return " | limit=" + std::to_string(maxTextSize); }
     [[noreturn]] void fail(const char* at, const std::string& what, const std::string& details = {}) const {
         // Positions are found only on failure: the hot loops never count lines. The original
         // source is used because decoding in place changes the copy behind the read position.
@@ -349,23 +353,34 @@ private:
         node->flags = 0;
         if (type == NodeType::Text || type == NodeType::CData) m_current->flags |= NodeData::hasTextChild;
         node->prefixLength = 0;
-        node->name = {};
-        node->value = {};
-        node->namespaceUri = {};
+        node->nameSize = 0;
+        node->valueSize = 0;
+        node->nameData = nullptr;
+        node->valueData = nullptr;
+        node->namespaceUri = nullptr;
         node->firstChild = nullptr;
-        node->lastChild = nullptr;
-        node->previousSibling = nullptr;
         node->nextSibling = nullptr;
         node->firstAttribute = nullptr;
         node->parent = m_current;
-        if (NodeData* last = m_current->lastChild) {
+        if (NodeData* first = m_current->firstChild) {
+            NodeData* last = first->previousSibling;
             last->nextSibling = node;
             node->previousSibling = last;
+            first->previousSibling = node;
         } else {
             m_current->firstChild = node;
+            node->previousSibling = node;
         }
-        m_current->lastChild = node;
         return node;
+    }
+    // Sizes fit: the text is below 4 GiB (see the constructor) and so is what decoding makes of it.
+    static void setName(NodeData* node, std::string_view name) noexcept {
+        node->nameData = name.data();
+        node->nameSize = static_cast<std::uint32_t>(name.size());
+    }
+    static void setValue(NodeData* node, std::string_view value) noexcept {
+        node->valueData = value.data();
+        node->valueSize = static_cast<std::uint32_t>(value.size());
     }
 
     // --- prolog and epilog --------------------------------------------------------------------
@@ -453,7 +468,7 @@ private:
         const std::string_view body = until("--", "comment");
         if (*m_p != '>') fail(start, "'--' inside a comment");
         ++m_p;
-        if (m_options.keepComments && !m_inDoctype) append(NodeType::Comment)->value = body;
+        if (m_options.keepComments && !m_inDoctype) setValue(append(NodeType::Comment), body);
     }
 
     void processingInstruction() {
@@ -472,8 +487,8 @@ private:
         }
         if (m_options.keepProcessingInstructions && !m_inDoctype) {
             NodeData* node = append(NodeType::ProcessingInstruction);
-            node->name = target;
-            node->value = data;
+            setName(node, target);
+            setValue(node, data);
         }
     }
 
@@ -677,6 +692,7 @@ private:
                 }
                 std::string grown(begin, out);
                 decodeInto(grown, in, end, attribute, in);
+                if (grown.size() > maxTextSize) fail(in, "document too large", limitDetail());
                 char* stored = m_document.arena.allocateChars(grown.size());
                 std::memcpy(stored, grown.data(), grown.size());
                 return {stored, grown.size()};
@@ -768,7 +784,7 @@ private:
             skipSpace();
             if (*m_p == '<') {
                 if (m_p != textStart && m_options.keepWhitespaceText)
-                    append(NodeType::Text)->value = normaliseLineEnds(textStart, m_p);
+                    setValue(append(NodeType::Text), normaliseLineEnds(textStart, m_p));
                 markup();
             } else {
                 text(textStart);
@@ -790,7 +806,7 @@ private:
             } else if (startsWith("<![CDATA[")) {
                 m_p += 9;
                 const std::string_view body = until("]]>", "CDATA section");
-                append(NodeType::CData)->value = body;
+                setValue(append(NodeType::CData), body);
             } else {
                 fail(m_p, "unexpected markup");
             }
@@ -821,7 +837,7 @@ private:
                 ++m_p;
                 continue;
             default:
-                if (m_p >= m_end) fail(m_p, "unclosed element", " | name=" + std::string(m_current->name));
+                if (m_p >= m_end) fail(m_p, "unclosed element", " | name=" + std::string(m_current->name()));
                 invalidCharacter(m_p);
             }
             break;
@@ -830,7 +846,7 @@ private:
                                            ? decode(start, m_p, false)
                                            : std::string_view(start, static_cast<std::size_t>(m_p - start));
         // Entities may expand to nothing; an empty text node would not survive writing.
-        if (!value.empty()) append(NodeType::Text)->value = value;
+        if (!value.empty()) setValue(append(NodeType::Text), value);
     }
 
     void startTag() {
@@ -839,7 +855,7 @@ private:
         const std::string_view qualified = name();
         const bool qualifiedHasColon = m_nameHasColon;
         NodeData* element = append(NodeType::Element);
-        element->name = qualified;
+        setName(element, qualified);
         AttributeData* last = nullptr;
         std::size_t count = 0;
         bool declares = false;
@@ -860,18 +876,22 @@ private:
             if (!space) unexpected(m_p, "white space, > or />");
             const char* at = m_p;
             AttributeData* attribute = m_document.arena.create<AttributeData>();
-            attribute->name = name();
+            const std::string_view attributeName = name();
+            attribute->nameData = attributeName.data();
+            attribute->nameSize = static_cast<std::uint32_t>(attributeName.size());
             const bool attributeHasColon = m_nameHasColon;
-            attribute->namespaceUri = {};
+            attribute->namespaceUri = nullptr;
             attribute->next = nullptr;
             attribute->prefixLength = 0;
             checkRepeated(element, attribute, ++count, at);
             skipSpace();
             expect('=', "=");
             skipSpace();
-            attribute->value = attributeValue();
-            if (attribute->name.size() >= 5 && std::memcmp(attribute->name.data(), "xmlns", 5) == 0 &&
-                (attribute->name.size() == 5 || attribute->name[5] == ':'))
+            const std::string_view value = attributeValue();
+            attribute->valueData = value.data();
+            attribute->valueSize = static_cast<std::uint32_t>(value.size());
+            if (attributeName.size() >= 5 && std::memcmp(attributeName.data(), "xmlns", 5) == 0 &&
+                (attributeName.size() == 5 || attributeName[5] == ':'))
                 declares = true;
             else if (attributeHasColon)
                 prefixed = true;
@@ -905,11 +925,10 @@ private:
     void checkRepeated(const NodeData* element, const AttributeData* attribute, std::size_t count,
                        const char* at) {
         constexpr std::size_t linearLimit = 8;
-        const std::string_view name = attribute->name;
+        const std::string_view name = attribute->name();
         if (count <= linearLimit) {
             for (const AttributeData* other = element->firstAttribute; other; other = other->next) {
-                if (other->name.size() == name.size() &&
-                    sameBytes(other->name.data(), name.data(), name.size()))
+                if (other->nameSize == name.size() && sameBytes(other->nameData, name.data(), name.size()))
                     fail(at, "repeated attribute", " | name=" + std::string(name));
             }
             return;
@@ -935,7 +954,7 @@ private:
 
     // False when an attribute of that name is in the table already.
     bool insertSlot(const AttributeData* attribute) noexcept {
-        const std::string_view name = attribute->name;
+        const std::string_view name = attribute->name();
         // Length and three bytes tell apart the names of real documents (which often share
         // their beginnings); a collision only costs a comparison.
         const auto byte = [&](std::size_t i) {
@@ -950,7 +969,7 @@ private:
                 slot = {m_stamp, attribute};
                 return true;
             }
-            if (slot.attribute->name == name) return false;
+            if (slot.attribute->name() == name) return false;
         }
     }
 
@@ -990,7 +1009,7 @@ private:
         m_p += 2;
         const char* at = m_p;
         // Compared in place against the open element's name: no scan for where the name ends.
-        const std::string_view expected = m_current->name;
+        const std::string_view expected = m_current->name();
         const std::size_t size = expected.size();
         if (static_cast<std::size_t>(m_end - m_p) > size && sameBytes(m_p, expected.data(), size) &&
             !is(m_p[size], NameChar)) {
@@ -1012,24 +1031,26 @@ private:
     void declareNamespaces(NodeData* element, const char* at) {
         m_scopes.emplace_back(element, m_namespaces.size());
         for (AttributeData* attribute = element->firstAttribute; attribute; attribute = attribute->next) {
-            const std::string_view qualified = attribute->name;
+            const std::string_view qualified = attribute->name();
             if (qualified.size() < 5 || qualified.substr(0, 5) != "xmlns" ||
                 (qualified.size() > 5 && qualified[5] != ':'))
                 continue;
-            attribute->namespaceUri = xmlnsNamespace;
+            attribute->namespaceUri = &xmlnsNamespace;
+            // Stored once, for the elements and attributes in its scope to point to.
+            std::string_view* uri = m_document.arena.create<std::string_view>();
+            *uri = attribute->value();
             if (qualified.size() == 5) {
-                m_namespaces.emplace_back(std::string_view(), attribute->value);
+                m_namespaces.emplace_back(std::string_view(), uri);
                 continue;
             }
             attribute->prefixLength = 5;
             const std::string_view prefix = qualified.substr(6);
             if (prefix.empty() || prefix.find(':') != std::string_view::npos || !is(prefix[0], NameStart))
                 fail(at, "bad qualified name", " | name=" + std::string(qualified));
-            if (attribute->value.empty())
-                fail(at, "empty namespace declaration", " | prefix=" + std::string(prefix));
-            if (prefix == "xmlns" || (prefix == "xml") != (attribute->value == xmlNamespace))
+            if (uri->empty()) fail(at, "empty namespace declaration", " | prefix=" + std::string(prefix));
+            if (prefix == "xmlns" || (prefix == "xml") != (*uri == xmlNamespace))
                 fail(at, "reserved namespace prefix", " | prefix=" + std::string(prefix));
-            m_namespaces.emplace_back(prefix, attribute->value);
+            m_namespaces.emplace_back(prefix, uri);
         }
         findDefaultNamespace();
     }
@@ -1042,7 +1063,7 @@ private:
 
     // Kept at hand: every element without a prefix takes it.
     void findDefaultNamespace() noexcept {
-        m_defaultNamespace = {};
+        m_defaultNamespace = nullptr;
         for (auto binding = m_namespaces.rbegin(); binding != m_namespaces.rend(); ++binding) {
             if (binding->first.empty()) {
                 m_defaultNamespace = binding->second;
@@ -1051,32 +1072,33 @@ private:
         }
     }
 
-    std::string_view lookup(std::string_view prefix, const char* at) const {
+    // Null for no namespace.
+    const std::string_view* lookup(std::string_view prefix, const char* at) const {
         for (auto binding = m_namespaces.rbegin(); binding != m_namespaces.rend(); ++binding) {
             if (binding->first == prefix) return binding->second;
         }
-        if (prefix.empty()) return {};
-        if (prefix == "xml") return xmlNamespace;
+        if (prefix.empty()) return nullptr;
+        if (prefix == "xml") return &xmlNamespace;
         fail(at, "undeclared namespace prefix", " | prefix=" + std::string(prefix));
     }
 
     void resolve(NodeData* element, const char* at) {
-        element->namespaceUri = lookup(element->name.substr(0, element->prefixLength), at);
+        element->namespaceUri = lookup({element->nameData, element->prefixLength}, at);
     }
 
     void resolveAttributes(NodeData* element, const char* at) {
         for (AttributeData* attribute = element->firstAttribute; attribute; attribute = attribute->next) {
-            if (!attribute->namespaceUri.empty()) continue; // a declaration
-            attribute->prefixLength = prefixLength(attribute->name, at);
+            if (attribute->namespaceUri) continue; // a declaration
+            attribute->prefixLength = prefixLength(attribute->name(), at);
             if (!attribute->prefixLength) continue;
-            attribute->namespaceUri = lookup(attribute->name.substr(0, attribute->prefixLength), at);
+            attribute->namespaceUri = lookup({attribute->nameData, attribute->prefixLength}, at);
             // Two prefixes bound to one URI still name the same attribute.
             for (const AttributeData* other = element->firstAttribute; other != attribute;
                  other = other->next) {
-                if (other->prefixLength && other->namespaceUri == attribute->namespaceUri &&
-                    other->name.substr(other->prefixLength + 1) ==
-                        attribute->name.substr(attribute->prefixLength + 1))
-                    fail(at, "repeated attribute", " | name=" + std::string(attribute->name));
+                if (other->prefixLength && other->namespaceView() == attribute->namespaceView() &&
+                    other->name().substr(other->prefixLength + 1) ==
+                        attribute->name().substr(attribute->prefixLength + 1))
+                    fail(at, "repeated attribute", " | name=" + std::string(attribute->name()));
             }
         }
     }
@@ -1090,8 +1112,8 @@ private:
     NodeData* m_current = nullptr;
     bool m_inDoctype = false;
     std::size_t m_depth = 0;
-    std::vector<std::pair<std::string_view, std::string_view>> m_namespaces; // prefix → URI in scope
-    std::vector<std::pair<const NodeData*, std::size_t>> m_scopes;           // element → bindings before it
+    std::vector<std::pair<std::string_view, const std::string_view*>> m_namespaces; // prefix → URI in scope
+    std::vector<std::pair<const NodeData*, std::size_t>> m_scopes; // element → bindings before it
     std::unordered_map<std::string_view, std::string> m_entities;
     std::vector<std::string_view> m_expanding;
     struct Slot {
@@ -1100,7 +1122,7 @@ private:
     };
     std::vector<Slot> m_slots; // names of an element with many attributes, see checkRepeated
     std::uint32_t m_stamp = 0;
-    std::string_view m_defaultNamespace; // the one in scope
+    const std::string_view* m_defaultNamespace = nullptr; // the one in scope
     bool m_nameHasColon = false;
     std::size_t m_expanded = 0;
 };

@@ -163,7 +163,7 @@ public:
             element(node, depth);
             break;
         case NodeType::Text: {
-            std::string_view text = node.value;
+            std::string_view text = node.value();
             // Text of white space alone (a parsed "&#32;") would be dropped as indentation when
             // read again; a reference for its first character keeps it text.
             if (!text.empty() && text.find_first_not_of(" \t\n") == std::string_view::npos) {
@@ -176,7 +176,7 @@ public:
         case NodeType::CData: {
             // "]]>" cannot appear inside one section: split it across two.
             m_out += "<![CDATA[";
-            std::string_view rest = node.value;
+            std::string_view rest = node.value();
             for (std::size_t at; (at = rest.find("]]>")) != std::string_view::npos;
                  rest.remove_prefix(at + 2)) {
                 m_out.append(rest.data(), at + 2);
@@ -188,15 +188,15 @@ public:
         }
         case NodeType::Comment:
             m_out += "<!--";
-            m_out += node.value;
+            m_out += node.value();
             m_out += "-->";
             break;
         case NodeType::ProcessingInstruction:
             m_out += "<?";
-            m_out += node.name;
-            if (!node.value.empty()) {
+            m_out += node.name();
+            if (!node.value().empty()) {
                 m_out += ' ';
-                m_out += node.value;
+                m_out += node.value();
             }
             m_out += "?>";
             break;
@@ -208,13 +208,13 @@ public:
 private:
     void element(const NodeData& element, std::size_t depth) {
         m_out += '<';
-        m_out += element.name;
+        m_out += element.name();
         for (const AttributeData* attribute = element.firstAttribute; attribute;
              attribute = attribute->next) {
             m_out += ' ';
-            m_out += attribute->name;
+            m_out += attribute->name();
             m_out += "=\"";
-            escape(attribute->value, m_out, EscapeInAttribute);
+            escape(attribute->value(), m_out, EscapeInAttribute);
             m_out += '"';
         }
         if (!element.firstChild) {
@@ -228,7 +228,7 @@ private:
             node(*child, depth + 1, indentChildren);
         if (indentChildren) newLine(depth);
         m_out += "</";
-        m_out += element.name;
+        m_out += element.name();
         m_out += '>';
     }
 
