@@ -305,6 +305,14 @@ TEST(XmlDocument, WritesWhatParsesToTheSameTree) {
     // Long runs are scanned for what needs escaping a word at a time: each such character at
     // every offset within and across words, in text and in attribute values.
     for (std::size_t at = 0; at < 20; ++at) {
+        // Read plainly, with the same word-wise scan: tab and line ends in an attribute value are
+        // spaces, CR LF in text is one LF.
+        const std::string before(at, 'x');
+        const std::string after(19 - at, 'y');
+        const std::string plain = before + "\t\r\n" + after + "&amp;";
+        const Document read = Document::parse("<a v=\"" + plain + "\">" + plain + "</a>");
+        EXPECT_EQ(read.root().attribute("v").value(), before + "  " + after + "&");
+        EXPECT_EQ(read.root().text(), before + "\t\n" + after + "&");
         for (const char special : std::string("<&>\"\t\n\r")) {
             const std::string value = std::string(at, 'x') + special + std::string(19 - at, 'y');
             SCOPED_TRACE(value);
