@@ -947,13 +947,15 @@ private:
     // that is never cleared: each element stamps its entries with a number of its own.
     void checkRepeated(const NodeData* element, const AttributeData* attribute, std::size_t count,
                        const char* at) {
-        constexpr std::size_t linearLimit = 8;
         const std::string_view name = attribute->name();
         if (count <= linearLimit) {
-            for (const AttributeData* other = element->firstAttribute; other; other = other->next) {
-                if (other->nameSize == name.size() && sameBytes(other->nameData, name.data(), name.size()))
+            // From an array rather than along the list: no load waits for the one before.
+            for (std::size_t i = 0; i + 1 < count; ++i) {
+                if (m_firstNames[i].size() == name.size() &&
+                    sameBytes(m_firstNames[i].data(), name.data(), name.size()))
                     fail(at, "repeated attribute", " | name=" + std::string(name));
             }
+            m_firstNames[count - 1] = name;
             return;
         }
         if (count == linearLimit + 1) {
@@ -1143,7 +1145,9 @@ private:
         std::uint32_t stamp = 0;
         const AttributeData* attribute = nullptr;
     };
-    std::vector<Slot> m_slots; // names of an element with many attributes, see checkRepeated
+    static constexpr std::size_t linearLimit = 8;
+    std::string_view m_firstNames[linearLimit]; // of the element being read
+    std::vector<Slot> m_slots;                  // names of an element with many attributes, see checkRepeated
     std::uint32_t m_stamp = 0;
     const std::string_view* m_defaultNamespace = nullptr; // the one in scope
     bool m_nameHasColon = false;
