@@ -7,7 +7,7 @@ namespace {
 using Detail::NodeData;
 
 bool matches(const NodeData* node, std::string_view name) noexcept {
-    return node->type == NodeType::Element && (name == "*" || node->name == name);
+    return node->type == NodeType::Element && (name == "*" || node->name() == name);
 }
 
 // Preorder, without recursion: documents may be deep.
@@ -69,10 +69,10 @@ Attribute Node::attributeNs(std::string_view namespaceUri, std::string_view loca
 std::string Node::text() const {
     if (!m_data) return {};
     if (m_data->type != NodeType::Element && m_data->type != NodeType::Document)
-        return std::string(m_data->value);
+        return std::string(m_data->value());
     std::string result;
     for (const NodeData* node = m_data->firstChild; node; node = node->nextSibling) {
-        if (node->type == NodeType::Text || node->type == NodeType::CData) result += node->value;
+        if (node->type == NodeType::Text || node->type == NodeType::CData) result += node->value();
     }
     return result;
 }
@@ -157,11 +157,11 @@ std::string_view Node::lookupNamespaceUri(std::string_view prefix) const noexcep
     for (const NodeData* node = m_data; node; node = node->parent) {
         for (const Detail::AttributeData* attribute = node->firstAttribute; attribute;
              attribute = attribute->next) {
-            const std::string_view name = attribute->name;
+            const std::string_view name = attribute->name();
             if (prefix.empty() ? name == "xmlns"
                                : name.size() == prefix.size() + 6 && name.starts_with("xmlns:") &&
                                      name.ends_with(prefix))
-                return attribute->value;
+                return attribute->value();
         }
     }
     return {};

@@ -63,26 +63,26 @@ public:
 
     // The qualified name of an element as written ("soap:Body"), the target of a processing
     // instruction, empty for the other kinds.
-    std::string_view name() const noexcept { return m_data ? m_data->name : std::string_view(); }
+    std::string_view name() const noexcept { return m_data ? m_data->name() : std::string_view(); }
     std::string_view prefix() const noexcept {
-        return m_data ? m_data->name.substr(0, m_data->prefixLength) : std::string_view();
+        return m_data ? std::string_view(m_data->nameData, m_data->prefixLength) : std::string_view();
     }
     std::string_view localName() const noexcept {
         if (!m_data) return {};
-        return m_data->prefixLength ? m_data->name.substr(m_data->prefixLength + 1) : m_data->name;
+        return m_data->prefixLength ? m_data->name().substr(m_data->prefixLength + 1) : m_data->name();
     }
     // The namespace the element's prefix (or the default namespace) is bound to; empty for none.
     std::string_view namespaceUri() const noexcept {
-        return m_data ? m_data->namespaceUri : std::string_view();
+        return m_data ? m_data->namespaceView() : std::string_view();
     }
     // The content of a text, CDATA section, comment or the data of a processing instruction.
-    std::string_view value() const noexcept { return m_data ? m_data->value : std::string_view(); }
+    std::string_view value() const noexcept { return m_data ? m_data->value() : std::string_view(); }
 
     Node parent() const noexcept { return Node(m_data ? m_data->parent : nullptr); }
     Node firstChild() const noexcept { return Node(m_data ? m_data->firstChild : nullptr); }
-    Node lastChild() const noexcept { return Node(m_data ? m_data->lastChild : nullptr); }
+    Node lastChild() const noexcept { return Node(m_data ? m_data->lastChild() : nullptr); }
     Node nextSibling() const noexcept { return Node(m_data ? m_data->nextSibling : nullptr); }
-    Node previousSibling() const noexcept { return Node(m_data ? m_data->previousSibling : nullptr); }
+    Node previousSibling() const noexcept { return Node(m_data ? m_data->previous() : nullptr); }
     Range children() const noexcept { return {Iterator(m_data ? m_data->firstChild : nullptr), Iterator()}; }
 
     // The first child element with this qualified name ("*": any element).

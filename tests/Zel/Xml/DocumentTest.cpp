@@ -74,6 +74,22 @@ TEST(XmlDocument, ReadsEveryKindOfNode) {
     EXPECT_THAT(
         top, ::testing::ElementsAre(NodeType::Comment, NodeType::Element, NodeType::ProcessingInstruction));
     EXPECT_EQ(document.node().firstChild().value(), " before ");
+
+    // Siblings backwards, from the last child of each node to the first one.
+    for (const Node parent : {document.node(), catalog, note, book, catalog.child("empty")}) {
+        SCOPED_TRACE(parent.name());
+        std::vector<Node> forwards;
+        for (const Node child : parent.children())
+            forwards.push_back(child);
+        std::vector<Node> backwards;
+        for (Node child = parent.lastChild(); child; child = child.previousSibling())
+            backwards.insert(backwards.begin(), child);
+        EXPECT_EQ(backwards, forwards);
+    }
+    EXPECT_FALSE(document.node().previousSibling());
+    EXPECT_FALSE(document.node().nextSibling());
+    EXPECT_EQ(book.firstChild(), book.lastChild());
+    EXPECT_EQ(catalog.lastChild().name(), "empty");
 }
 
 TEST(XmlDocument, OptionsDropCommentsAndPisOrKeepWhitespace) {
@@ -156,6 +172,23 @@ TEST(XmlDocument, RefusesMalformedInputWithPositions) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.text);
         EXPECT_EQ(parseError(row.text), row.message);
+    }
+
+    // Elements with many attributes are checked for repeats another way than those with a few:
+    // names alike in length and letters, a repeat of the first, middle and last one, each after
+    // 9 to 200 attributes (past the points where the check changes and its table grows).
+    for (const int count : {9, 10, 33, 70, 200}) {
+        std::string text = "<a";
+        for (int i = 0; i < count; ++i)
+            text += " n" + std::to_string(1000 + i) + "x=\"" + std::to_string(i) + "\"";
+        EXPECT_EQ(parseError(text + "/>"), "");
+        for (const int repeated : {0, count / 2, count - 1}) {
+            SCOPED_TRACE(std::to_string(count) + " attributes, repeating " + std::to_string(repeated));
+            const std::string name = "n" + std::to_string(1000 + repeated) + "x";
+            EXPECT_EQ(parseError(text + " " + name + "=\"\"/>"),
+                      "XML: repeated attribute | line=1 | column=" + std::to_string(text.size() + 2) +
+                          " | name=" + name);
+        }
     }
 }
 
@@ -268,6 +301,30 @@ TEST(XmlDocument, WritesWhatParsesToTheSameTree) {
     EXPECT_EQ(Document::parse("<a><b>t</b><c/></a>").toString({true, "  "}),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a>\n  <b>t</b>\n  <c/>\n</a>\n");
     EXPECT_EQ(Document().toString(), "");
+
+    // Long runs are scanned for what needs escaping a word at a time: each such character at
+    // every offset within and across words, in text and in attribute values.
+    for (std::size_t at = 0; at < 20; ++at) {
+        // Read plainly, with the same word-wise scan: tab and line ends in an attribute value are
+        // spaces, CR LF in text is one LF.
+        const std::string before(at, 'x');
+        const std::string after(19 - at, 'y');
+        const std::string plain = before + "\t\r\n" + after + "&amp;";
+        const Document read = Document::parse("<a v=\"" + plain + "\">" + plain + "</a>");
+        EXPECT_EQ(read.root().attribute("v").value(), before + "  " + after + "&");
+        EXPECT_EQ(read.root().text(), before + "\t\n" + after + "&");
+        for (const char special : std::string("<&>\"\t\n\r")) {
+            const std::string value = std::string(at, 'x') + special + std::string(19 - at, 'y');
+            SCOPED_TRACE(value);
+            // Read from character references, so that the values hold the characters themselves.
+            const std::string escaped =
+                std::string(at, 'x') + "&#" + std::to_string(int(special)) + ";" + std::string(19 - at, 'y');
+            const std::string text = "<a v=\"" + escaped + "\">" + escaped + "</a>";
+            const Document document = Document::parse(Document::parse(text).toString());
+            EXPECT_EQ(document.root().attribute("v").value(), value);
+            EXPECT_EQ(document.root().text(), value);
+        }
+    }
 }
 
 // A few MB of order records, as an old system would export them.

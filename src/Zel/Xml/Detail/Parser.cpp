@@ -1,9 +1,8 @@
+#include <Zel/Detail/Simd.h>
 #include <Zel/Xml/Detail/DocumentData.h>
 #include <Zel/Xml/XmlException.h>
+#include <algorithm>
 #include <array>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -24,6 +23,7 @@ enum : std::uint8_t {
     NameChar = 4,       // may continue a name
     TextStop = 8,       // ends a run of plain character data: < & ] CR, NUL and other control characters
     AttributeStop = 16, // ends a run of an attribute value: both quotes, < &, CR LF TAB, controls
+    Colon = 32,         // so that a name scan learns whether it saw one by OR-ing what it looked up
 };
 
 constexpr std::array<std::uint8_t, 256> makeClasses() {
@@ -43,7 +43,7 @@ constexpr std::array<std::uint8_t, 256> makeClasses() {
     for (int c = 0x80; c < 0x100; ++c)
         table[c] = NameStart | NameChar;
     table['_'] = NameStart | NameChar;
-    table[':'] = NameStart | NameChar;
+    table[':'] = NameStart | NameChar | Colon;
     table['-'] = NameChar;
     table['.'] = NameChar;
     table['<'] = TextStop | AttributeStop;
@@ -63,7 +63,7 @@ inline bool is(char c, std::uint8_t bits) noexcept {
 // time without looking where the text ends: a NUL stops them like the byte-wise table does.
 constexpr std::size_t padding = 16;
 
-#if defined(__SSE2__)
+#if ZEL_SIMD_SSE2
 // The first byte from `p` on that is `a`, `b`, `c` or `d` or below 0x20.
 inline const char* findStop(const char* p, char a, char b, char c, char d) noexcept {
     const __m128i va = _mm_set1_epi8(a), vb = _mm_set1_epi8(b), vc = _mm_set1_epi8(c), vd = _mm_set1_epi8(d);
@@ -81,7 +81,7 @@ inline const char* findStop(const char* p, char a, char b, char c, char d) noexc
 
 // The next byte of character data that needs a look: < & ] CR NUL or another control character.
 inline char* skipText(char* p) noexcept {
-#if defined(__SSE2__)
+#if ZEL_SIMD_SSE2
     return const_cast<char*>(findStop(p, '<', '&', ']', '<'));
 #else
     while (!is(*p, TextStop))
@@ -92,13 +92,94 @@ inline char* skipText(char* p) noexcept {
 
 // The next byte of an attribute value that needs a look: either quote, < &, control characters.
 inline char* skipAttributeValue(char* p) noexcept {
-#if defined(__SSE2__)
+#if ZEL_SIMD_SSE2
     return const_cast<char*>(findStop(p, '"', '\'', '<', '&'));
 #else
     while (!is(*p, AttributeStop))
         ++p;
     return p;
 #endif
+}
+
+// The first byte from `p` on that is not XML white space. Runs of one byte (between attributes)
+// are the common case and cost one look; the indentation between elements goes 16 bytes a step.
+inline char* skipSpaces(char* p) noexcept {
+    if (!is(*p, Space)) return p;
+    if (!is(*++p, Space)) return p;
+#if ZEL_SIMD_SSE2
+    const __m128i space = _mm_set1_epi8(' '), lf = _mm_set1_epi8('\n'), tab = _mm_set1_epi8('\t'),
+                  cr = _mm_set1_epi8('\r');
+    for (;; p += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i white = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, space), _mm_cmpeq_epi8(v, lf)),
+                                           _mm_or_si128(_mm_cmpeq_epi8(v, tab), _mm_cmpeq_epi8(v, cr)));
+        if (const unsigned other = static_cast<unsigned>(_mm_movemask_epi8(white)) ^ 0xFFFFu)
+            return p + __builtin_ctz(other);
+    }
+#else
+    while (is(*p, Space))
+        ++p;
+    return p;
+#endif
+}
+
+// The first byte from `p` on that cannot continue a name; ORs the classes of the bytes passed
+// into `seen`. Unrolled: names are short, but the loop overhead is most of what a byte costs.
+inline char* skipName(char* p, std::uint8_t& seen) noexcept {
+    std::uint8_t all = seen;
+    for (;; p += 4) {
+        std::uint8_t c = classes[static_cast<unsigned char>(p[0])];
+        if (!(c & NameChar)) break;
+        all |= c;
+        c = classes[static_cast<unsigned char>(p[1])];
+        if (!(c & NameChar)) {
+            p += 1;
+            break;
+        }
+        all |= c;
+        c = classes[static_cast<unsigned char>(p[2])];
+        if (!(c & NameChar)) {
+            p += 2;
+            break;
+        }
+        all |= c;
+        c = classes[static_cast<unsigned char>(p[3])];
+        if (!(c & NameChar)) {
+            p += 3;
+            break;
+        }
+        all |= c;
+    }
+    seen = all;
+    return p;
+}
+
+// The high bit of each byte of the word that decoding must look at: '&', CR, and in attribute
+// values every byte below 0x20 (TAB and LF become spaces). Borrows may mark bytes above a marked
+// one, never below: a word without marks is copied as it is.
+inline std::uint64_t decodeMarks(std::uint64_t word, bool attribute) noexcept {
+    constexpr std::uint64_t ones = 0x0101010101010101ULL;
+    const std::uint64_t amp = word ^ (ones * '&');
+    std::uint64_t marks = (amp - ones) & ~amp;
+    if (attribute) {
+        marks |= (word - ones * 0x20) & ~word;
+    } else {
+        const std::uint64_t cr = word ^ (ones * '\r');
+        marks |= (cr - ones) & ~cr;
+    }
+    return marks & 0x8080808080808080ULL;
+}
+
+// Whether `size` bytes at `a` and `b` are the same. Names are short: eight bytes a step inline
+// cost less than a call to memcmp.
+inline bool sameBytes(const char* a, const char* b, std::size_t size) noexcept {
+    for (; size >= 8; a += 8, b += 8, size -= 8) {
+        if (Zel::Detail::loadLittle64(a) != Zel::Detail::loadLittle64(b)) return false;
+    }
+    for (; size > 0; ++a, ++b, --size) {
+        if (*a != *b) return false;
+    }
+    return true;
 }
 
 bool isXmlChar(std::uint32_t code) noexcept {
@@ -144,6 +225,8 @@ class Parser {
 public:
     Parser(std::string_view source, DocumentData& document, const ParseOptions& options)
         : m_source(source), m_document(document), m_options(options) {
+        // Nodes keep 32-bit lengths.
+        if (source.size() > maxTextSize) throw XmlException("document too large", 1, 1, limitDetail());
         char* text = new char[source.size() + padding];
         document.text.reset(text);
         document.size = source.size();
@@ -163,6 +246,8 @@ public:
 
 private:
     // --- errors -------------------------------------------------------------------------------
+    static constexpr std::size_t maxTextSize = 0xFFFFFFFF;
+    static std::string limitDetail() { return " | limit=" + std::to_string(maxTextSize); }
     [[noreturn]] void fail(const char* at, const std::string& what, const std::string& details = {}) const {
         // Positions are found only on failure: the hot loops never count lines. The original
         // source is used because decoding in place changes the copy behind the read position.
@@ -202,8 +287,7 @@ private:
     // --- small scanners -----------------------------------------------------------------------
     bool skipSpace() noexcept {
         const char* start = m_p;
-        while (is(*m_p, Space))
-            ++m_p;
+        m_p = skipSpaces(m_p);
         return m_p != start;
     }
     bool startsWith(std::string_view token) const noexcept {
@@ -215,16 +299,12 @@ private:
         ++m_p;
     }
     std::string_view name() {
-        const char* start = m_p;
-        if (!is(*m_p, NameStart)) unexpected(m_p, "name");
+        char* start = m_p;
+        if (!is(*start, NameStart)) unexpected(start, "name");
         // Noting a colon on the way spares the namespace code a second pass over most names.
-        bool colon = *m_p == ':';
-        ++m_p;
-        while (is(*m_p, NameChar)) {
-            colon |= *m_p == ':';
-            ++m_p;
-        }
-        m_nameHasColon = colon;
+        std::uint8_t seen = classes[static_cast<unsigned char>(*start)];
+        m_p = skipName(start + 1, seen);
+        m_nameHasColon = (seen & Colon) != 0;
         return {start, static_cast<std::size_t>(m_p - start)};
     }
     // The length of the prefix of a qualified name; refuses names that are not one.
@@ -289,23 +369,34 @@ private:
         node->flags = 0;
         if (type == NodeType::Text || type == NodeType::CData) m_current->flags |= NodeData::hasTextChild;
         node->prefixLength = 0;
-        node->name = {};
-        node->value = {};
-        node->namespaceUri = {};
+        node->nameSize = 0;
+        node->valueSize = 0;
+        node->nameData = nullptr;
+        node->valueData = nullptr;
+        node->namespaceUri = nullptr;
         node->firstChild = nullptr;
-        node->lastChild = nullptr;
-        node->previousSibling = nullptr;
         node->nextSibling = nullptr;
         node->firstAttribute = nullptr;
         node->parent = m_current;
-        if (NodeData* last = m_current->lastChild) {
+        if (NodeData* first = m_current->firstChild) {
+            NodeData* last = first->previousSibling;
             last->nextSibling = node;
             node->previousSibling = last;
+            first->previousSibling = node;
         } else {
             m_current->firstChild = node;
+            node->previousSibling = node;
         }
-        m_current->lastChild = node;
         return node;
+    }
+    // Sizes fit: the text is below 4 GiB (see the constructor) and so is what decoding makes of it.
+    static void setName(NodeData* node, std::string_view name) noexcept {
+        node->nameData = name.data();
+        node->nameSize = static_cast<std::uint32_t>(name.size());
+    }
+    static void setValue(NodeData* node, std::string_view value) noexcept {
+        node->valueData = value.data();
+        node->valueSize = static_cast<std::uint32_t>(value.size());
     }
 
     // --- prolog and epilog --------------------------------------------------------------------
@@ -393,7 +484,7 @@ private:
         const std::string_view body = until("--", "comment");
         if (*m_p != '>') fail(start, "'--' inside a comment");
         ++m_p;
-        if (m_options.keepComments && !m_inDoctype) append(NodeType::Comment)->value = body;
+        if (m_options.keepComments && !m_inDoctype) setValue(append(NodeType::Comment), body);
     }
 
     void processingInstruction() {
@@ -412,8 +503,8 @@ private:
         }
         if (m_options.keepProcessingInstructions && !m_inDoctype) {
             NodeData* node = append(NodeType::ProcessingInstruction);
-            node->name = target;
-            node->value = data;
+            setName(node, target);
+            setValue(node, data);
         }
     }
 
@@ -601,6 +692,13 @@ private:
     std::string_view decode(char* begin, char* end, bool attribute) {
         char* out = begin;
         for (const char* in = begin; in < end;) {
+            // Runs with nothing to decode move a word at a time; out never passes in.
+            for (; end - in >= 8; in += 8, out += 8) {
+                const std::uint64_t word = Zel::Detail::loadLittle64(in);
+                if (decodeMarks(word, attribute)) break;
+                Zel::Detail::storeLittle64(out, word);
+            }
+            if (in == end) break;
             const char c = *in;
             if (c == '&') {
                 if (in[1] == '#') {
@@ -617,6 +715,7 @@ private:
                 }
                 std::string grown(begin, out);
                 decodeInto(grown, in, end, attribute, in);
+                if (grown.size() > maxTextSize) fail(in, "document too large", limitDetail());
                 char* stored = m_document.arena.allocateChars(grown.size());
                 std::memcpy(stored, grown.data(), grown.size());
                 return {stored, grown.size()};
@@ -708,7 +807,7 @@ private:
             skipSpace();
             if (*m_p == '<') {
                 if (m_p != textStart && m_options.keepWhitespaceText)
-                    append(NodeType::Text)->value = normaliseLineEnds(textStart, m_p);
+                    setValue(append(NodeType::Text), normaliseLineEnds(textStart, m_p));
                 markup();
             } else {
                 text(textStart);
@@ -730,7 +829,7 @@ private:
             } else if (startsWith("<![CDATA[")) {
                 m_p += 9;
                 const std::string_view body = until("]]>", "CDATA section");
-                append(NodeType::CData)->value = body;
+                setValue(append(NodeType::CData), body);
             } else {
                 fail(m_p, "unexpected markup");
             }
@@ -761,7 +860,7 @@ private:
                 ++m_p;
                 continue;
             default:
-                if (m_p >= m_end) fail(m_p, "unclosed element", " | name=" + std::string(m_current->name));
+                if (m_p >= m_end) fail(m_p, "unclosed element", " | name=" + std::string(m_current->name()));
                 invalidCharacter(m_p);
             }
             break;
@@ -770,7 +869,7 @@ private:
                                            ? decode(start, m_p, false)
                                            : std::string_view(start, static_cast<std::size_t>(m_p - start));
         // Entities may expand to nothing; an empty text node would not survive writing.
-        if (!value.empty()) append(NodeType::Text)->value = value;
+        if (!value.empty()) setValue(append(NodeType::Text), value);
     }
 
     void startTag() {
@@ -779,8 +878,9 @@ private:
         const std::string_view qualified = name();
         const bool qualifiedHasColon = m_nameHasColon;
         NodeData* element = append(NodeType::Element);
-        element->name = qualified;
+        setName(element, qualified);
         AttributeData* last = nullptr;
+        std::size_t count = 0;
         bool declares = false;
         bool prefixed = false;
         bool empty = false;
@@ -799,43 +899,22 @@ private:
             if (!space) unexpected(m_p, "white space, > or />");
             const char* at = m_p;
             AttributeData* attribute = m_document.arena.create<AttributeData>();
-            attribute->name = name();
+            const std::string_view attributeName = name();
+            attribute->nameData = attributeName.data();
+            attribute->nameSize = static_cast<std::uint32_t>(attributeName.size());
             const bool attributeHasColon = m_nameHasColon;
-            attribute->namespaceUri = {};
+            attribute->namespaceUri = nullptr;
             attribute->next = nullptr;
             attribute->prefixLength = 0;
-            // Elements with dozens of attributes are common in data exports: compare a summary of
-            // each name first, held in one small array, and the names only when summaries match.
-            const std::string_view attributeName = attribute->name;
-            const std::uint32_t summary = static_cast<std::uint32_t>(attributeName.size()) << 16 ^
-                                          static_cast<unsigned char>(attributeName.back()) << 8 ^
-                                          static_cast<unsigned char>(attributeName[attributeName.size() / 2]);
-            if (!last) {
-                m_attributeSummaries.clear();
-                m_summaryBits[0] = m_summaryBits[1] = m_summaryBits[2] = m_summaryBits[3] = 0;
-            }
-            // A 256-bit filter of the summaries seen: most attributes need no search at all.
-            std::uint64_t& bits = m_summaryBits[summary >> 6 & 3];
-            const std::uint64_t bit = std::uint64_t{1} << (summary & 63);
-            const bool maybeSeen = (bits & bit) != 0;
-            bits |= bit;
-            for (std::size_t i = 0; maybeSeen && i < m_attributeSummaries.size(); ++i) {
-                if (m_attributeSummaries[i] == summary) {
-                    std::size_t index = 0;
-                    for (const AttributeData* other = element->firstAttribute; other;
-                         other = other->next, ++index) {
-                        if (index == i && other->name == attributeName)
-                            fail(at, "repeated attribute", " | name=" + std::string(attributeName));
-                    }
-                }
-            }
-            m_attributeSummaries.push_back(summary);
+            checkRepeated(element, attribute, ++count, at);
             skipSpace();
             expect('=', "=");
             skipSpace();
-            attribute->value = attributeValue();
-            if (attribute->name.size() >= 5 && std::memcmp(attribute->name.data(), "xmlns", 5) == 0 &&
-                (attribute->name.size() == 5 || attribute->name[5] == ':'))
+            const std::string_view value = attributeValue();
+            attribute->valueData = value.data();
+            attribute->valueSize = static_cast<std::uint32_t>(value.size());
+            if (attributeName.size() >= 5 && std::memcmp(attributeName.data(), "xmlns", 5) == 0 &&
+                (attributeName.size() == 5 || attributeName[5] == ':'))
                 declares = true;
             else if (attributeHasColon)
                 prefixed = true;
@@ -847,19 +926,76 @@ private:
         }
         if (declares) declareNamespaces(element, start);
         element->prefixLength = qualifiedHasColon ? prefixLength(qualified, start) : 0;
-        if (element->prefixLength || !m_namespaces.empty()) resolve(element, start);
+        if (element->prefixLength)
+            resolve(element, start);
+        else
+            element->namespaceUri = m_defaultNamespace;
         if (prefixed) resolveAttributes(element, start);
         if (empty) {
             // An empty element closes at once.
-            if (!m_scopes.empty() && m_scopes.back().first == element) {
-                m_namespaces.resize(m_scopes.back().second);
-                m_scopes.pop_back();
-            }
+            if (!m_scopes.empty() && m_scopes.back().first == element) leaveScope();
             return;
         }
         if (++m_depth > m_options.maxDepth)
             fail(start, "nesting too deep", " | limit=" + std::to_string(m_options.maxDepth));
         m_current = element;
+    }
+
+    // Refuses a name the element already has; `count` includes the new attribute, which is not
+    // linked yet. With a handful of attributes comparing lengths first and then the bytes beats
+    // any hashing; data exports with dozens per element go through a small open-addressed table
+    // that is never cleared: each element stamps its entries with a number of its own.
+    void checkRepeated(const NodeData* element, const AttributeData* attribute, std::size_t count,
+                       const char* at) {
+        const std::string_view name = attribute->name();
+        if (count <= linearLimit) {
+            // From an array rather than along the list: no load waits for the one before.
+            for (std::size_t i = 0; i + 1 < count; ++i) {
+                if (m_firstNames[i].size() == name.size() &&
+                    sameBytes(m_firstNames[i].data(), name.data(), name.size()))
+                    fail(at, "repeated attribute", " | name=" + std::string(name));
+            }
+            m_firstNames[count - 1] = name;
+            return;
+        }
+        if (count == linearLimit + 1) {
+            if (++m_stamp == 0) { // wrapped: stamps of long ago would match again
+                std::fill(m_slots.begin(), m_slots.end(), Slot{});
+                m_stamp = 1;
+            }
+            if (m_slots.empty()) m_slots.resize(64);
+            for (const AttributeData* other = element->firstAttribute; other; other = other->next)
+                insertSlot(other);
+        }
+        if (count * 2 > m_slots.size()) {
+            // Grown and refilled: stamps in the new table start over.
+            m_slots.assign(m_slots.size() * 2, Slot{});
+            m_stamp = 1;
+            for (const AttributeData* other = element->firstAttribute; other; other = other->next)
+                insertSlot(other);
+        }
+        if (!insertSlot(attribute)) fail(at, "repeated attribute", " | name=" + std::string(name));
+    }
+
+    // False when an attribute of that name is in the table already.
+    bool insertSlot(const AttributeData* attribute) noexcept {
+        const std::string_view name = attribute->name();
+        // Length and three bytes tell apart the names of real documents (which often share
+        // their beginnings); a collision only costs a comparison.
+        const auto byte = [&](std::size_t i) {
+            return static_cast<std::uint32_t>(static_cast<unsigned char>(name[i]));
+        };
+        const std::uint32_t key = static_cast<std::uint32_t>(name.size()) ^ byte(0) << 8 ^
+                                  byte(name.size() / 2) << 16 ^ byte(name.size() - 1) << 24;
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t i = (key * 0x9E3779B1u) >> 16 & mask;; i = (i + 1) & mask) {
+            Slot& slot = m_slots[i];
+            if (slot.stamp != m_stamp) {
+                slot = {m_stamp, attribute};
+                return true;
+            }
+            if (slot.attribute->name() == name) return false;
+        }
     }
 
     std::string_view attributeValue() {
@@ -898,12 +1034,11 @@ private:
         m_p += 2;
         const char* at = m_p;
         // Compared in place against the open element's name: no scan for where the name ends.
-        const std::string_view expected = m_current->name;
-        std::size_t same = 0;
-        while (same < expected.size() && m_p[same] == expected[same])
-            ++same;
-        if (same == expected.size() && !is(m_p[same], NameChar)) {
-            m_p += same;
+        const std::string_view expected = m_current->name();
+        const std::size_t size = expected.size();
+        if (static_cast<std::size_t>(m_end - m_p) > size && sameBytes(m_p, expected.data(), size) &&
+            !is(m_p[size], NameChar)) {
+            m_p += size;
         } else {
             const std::string_view closing = name();
             fail(at, "mismatched end tag",
@@ -912,10 +1047,7 @@ private:
         skipSpace();
         if (*m_p != '>') unexpected(m_p, ">");
         ++m_p;
-        if (!m_scopes.empty() && m_scopes.back().first == m_current) {
-            m_namespaces.resize(m_scopes.back().second);
-            m_scopes.pop_back();
-        }
+        if (!m_scopes.empty() && m_scopes.back().first == m_current) leaveScope();
         --m_depth;
         m_current = m_current->parent;
     }
@@ -924,53 +1056,74 @@ private:
     void declareNamespaces(NodeData* element, const char* at) {
         m_scopes.emplace_back(element, m_namespaces.size());
         for (AttributeData* attribute = element->firstAttribute; attribute; attribute = attribute->next) {
-            const std::string_view qualified = attribute->name;
+            const std::string_view qualified = attribute->name();
             if (qualified.size() < 5 || qualified.substr(0, 5) != "xmlns" ||
                 (qualified.size() > 5 && qualified[5] != ':'))
                 continue;
-            attribute->namespaceUri = xmlnsNamespace;
+            attribute->namespaceUri = &xmlnsNamespace;
+            // Stored once, for the elements and attributes in its scope to point to.
+            std::string_view* uri = m_document.arena.create<std::string_view>();
+            *uri = attribute->value();
             if (qualified.size() == 5) {
-                m_namespaces.emplace_back(std::string_view(), attribute->value);
+                m_namespaces.emplace_back(std::string_view(), uri);
                 continue;
             }
             attribute->prefixLength = 5;
             const std::string_view prefix = qualified.substr(6);
             if (prefix.empty() || prefix.find(':') != std::string_view::npos || !is(prefix[0], NameStart))
                 fail(at, "bad qualified name", " | name=" + std::string(qualified));
-            if (attribute->value.empty())
-                fail(at, "empty namespace declaration", " | prefix=" + std::string(prefix));
-            if (prefix == "xmlns" || (prefix == "xml") != (attribute->value == xmlNamespace))
+            if (uri->empty()) fail(at, "empty namespace declaration", " | prefix=" + std::string(prefix));
+            if (prefix == "xmlns" || (prefix == "xml") != (*uri == xmlNamespace))
                 fail(at, "reserved namespace prefix", " | prefix=" + std::string(prefix));
-            m_namespaces.emplace_back(prefix, attribute->value);
+            m_namespaces.emplace_back(prefix, uri);
+        }
+        findDefaultNamespace();
+    }
+
+    void leaveScope() {
+        m_namespaces.resize(m_scopes.back().second);
+        m_scopes.pop_back();
+        findDefaultNamespace();
+    }
+
+    // Kept at hand: every element without a prefix takes it.
+    void findDefaultNamespace() noexcept {
+        m_defaultNamespace = nullptr;
+        for (auto binding = m_namespaces.rbegin(); binding != m_namespaces.rend(); ++binding) {
+            if (binding->first.empty()) {
+                m_defaultNamespace = binding->second;
+                return;
+            }
         }
     }
 
-    std::string_view lookup(std::string_view prefix, const char* at) const {
+    // Null for no namespace.
+    const std::string_view* lookup(std::string_view prefix, const char* at) const {
         for (auto binding = m_namespaces.rbegin(); binding != m_namespaces.rend(); ++binding) {
             if (binding->first == prefix) return binding->second;
         }
-        if (prefix.empty()) return {};
-        if (prefix == "xml") return xmlNamespace;
+        if (prefix.empty()) return nullptr;
+        if (prefix == "xml") return &xmlNamespace;
         fail(at, "undeclared namespace prefix", " | prefix=" + std::string(prefix));
     }
 
     void resolve(NodeData* element, const char* at) {
-        element->namespaceUri = lookup(element->name.substr(0, element->prefixLength), at);
+        element->namespaceUri = lookup({element->nameData, element->prefixLength}, at);
     }
 
     void resolveAttributes(NodeData* element, const char* at) {
         for (AttributeData* attribute = element->firstAttribute; attribute; attribute = attribute->next) {
-            if (!attribute->namespaceUri.empty()) continue; // a declaration
-            attribute->prefixLength = prefixLength(attribute->name, at);
+            if (attribute->namespaceUri) continue; // a declaration
+            attribute->prefixLength = prefixLength(attribute->name(), at);
             if (!attribute->prefixLength) continue;
-            attribute->namespaceUri = lookup(attribute->name.substr(0, attribute->prefixLength), at);
+            attribute->namespaceUri = lookup({attribute->nameData, attribute->prefixLength}, at);
             // Two prefixes bound to one URI still name the same attribute.
             for (const AttributeData* other = element->firstAttribute; other != attribute;
                  other = other->next) {
-                if (other->prefixLength && other->namespaceUri == attribute->namespaceUri &&
-                    other->name.substr(other->prefixLength + 1) ==
-                        attribute->name.substr(attribute->prefixLength + 1))
-                    fail(at, "repeated attribute", " | name=" + std::string(attribute->name));
+                if (other->prefixLength && other->namespaceView() == attribute->namespaceView() &&
+                    other->name().substr(other->prefixLength + 1) ==
+                        attribute->name().substr(attribute->prefixLength + 1))
+                    fail(at, "repeated attribute", " | name=" + std::string(attribute->name()));
             }
         }
     }
@@ -984,12 +1137,19 @@ private:
     NodeData* m_current = nullptr;
     bool m_inDoctype = false;
     std::size_t m_depth = 0;
-    std::vector<std::pair<std::string_view, std::string_view>> m_namespaces; // prefix → URI in scope
-    std::vector<std::pair<const NodeData*, std::size_t>> m_scopes;           // element → bindings before it
+    std::vector<std::pair<std::string_view, const std::string_view*>> m_namespaces; // prefix → URI in scope
+    std::vector<std::pair<const NodeData*, std::size_t>> m_scopes; // element → bindings before it
     std::unordered_map<std::string_view, std::string> m_entities;
     std::vector<std::string_view> m_expanding;
-    std::vector<std::uint32_t> m_attributeSummaries; // of the element being read
-    std::uint64_t m_summaryBits[4] = {};
+    struct Slot {
+        std::uint32_t stamp = 0;
+        const AttributeData* attribute = nullptr;
+    };
+    static constexpr std::size_t linearLimit = 8;
+    std::string_view m_firstNames[linearLimit]; // of the element being read
+    std::vector<Slot> m_slots;                  // names of an element with many attributes, see checkRepeated
+    std::uint32_t m_stamp = 0;
+    const std::string_view* m_defaultNamespace = nullptr; // the one in scope
     bool m_nameHasColon = false;
     std::size_t m_expanded = 0;
 };
