@@ -48,6 +48,14 @@ measure() {
         'BEGIN { printf "%s %s %.2f\n", r, p, (n > 0 ? t / hz * 1e6 / n : 0) }'
 }
 
+# waitForPort PORT TRIES: until something accepts on the port, 50 ms a try.
+waitForPort() {
+    for _ in $(seq "$2"); do
+        (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null && return
+        sleep 0.05
+    done
+}
+
 declare -A results
 port=18080
 for peer in zel beast httplib; do
@@ -57,10 +65,7 @@ for peer in zel beast httplib; do
     "$binary" "$port" "$threads" &
     pid=$!
     trap 'kill $pid 2>/dev/null || true' EXIT
-    for _ in $(seq 100); do
-        (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
-        sleep 0.05
-    done
+    waitForPort "$port" 100
     results[$peer,plaintext]=$(measure "$pid" "$port" /plaintext)
     results[$peer,json]=$(measure "$pid" "$port" /json)
     scriptArgs=(16 /plaintext)
@@ -81,10 +86,7 @@ if [ -x "$host" ] && [ -f "$notes" ]; then
         --http "127.0.0.1:$port" >"$data/host.log" 2>&1 &
     pid=$!
     trap 'kill $pid 2>/dev/null || true; rm -rf "$data"' EXIT
-    for _ in $(seq 200); do
-        (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
-        sleep 0.05
-    done
+    waitForPort "$port" 200
     scriptArgs=('{"id":1}')
     results[host,call]=$(measure "$pid" "$port" /services/Notes/get -s "$here/post.lua")
     scriptArgs=()
