@@ -54,6 +54,8 @@ Queue::~Queue() {
     };
     for (auto& [runAt, run] : m_waiting)
         breakCycle(run);
+    for (TaskRun* run = m_intake.exchange(nullptr); run;)
+        std::exchange(run, std::exchange(run->m_nextInIntake, nullptr))->m_intakeSelf.reset();
     std::for_each(m_runningRuns.begin(), m_runningRuns.end(), breakCycle);
     std::for_each(m_finished.begin(), m_finished.end(), breakCycle);
 }
@@ -71,17 +73,36 @@ int Queue::running() const {
     return m_running;
 }
 
+namespace {
+
+bool stateChangesWatched(const std::shared_ptr<Events::Manager>& events) {
+    return events && events->hasHandlers(EventTaskRunStateChanged::eventName);
+}
+
+} // namespace
+
 TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::milliseconds delay) {
     if (!task) throw ArgumentException("Task queue cannot add an empty task | queue=" + m_name);
     delay = std::max(delay, std::chrono::milliseconds(0));
+    const auto runAt = m_engine.now() + delay;
+    const auto refuse = [this] {
+        throw GenericException("Queue is not running | state=" + std::to_string(static_cast<int>(state())));
+    };
+    // The common add (now, no reference, a task never added before, nobody watching state changes)
+    // needs no lock: nothing is to be looked up, and the workers admit the run.
+    if (delay.count() == 0 && task->options().reference().empty() && !stateChangesWatched(m_events)) {
+        if (state() != State::Active) refuse();
+        if (task->claimFirstAdd()) return addToIntake(std::move(task), runAt);
+    }
     // Made before the lock is taken: the workers wait for it less. Wasted only when the reference
     // refuses the add.
-    const auto runAt = m_engine.now() + delay;
     auto run = std::make_shared<TaskRun>(task, runAt);
     Guard guard(mutex());
-    if (state() != State::Active) {
-        throw GenericException("Queue is not running | state=" + std::to_string(static_cast<int>(state())));
-    }
+    if (state() != State::Active) refuse();
+    // What the intake holds was added earlier and goes first; a task added before to another queue
+    // is settled there before it moves.
+    admitIntake(guard, nullptr);
+    if (const auto previous = task->queueLocked(); previous && previous.get() != this) previous->offerToWorkers(guard);
     const TaskOptions& options = task->options();
     const std::string& reference = options.reference();
     if (!reference.empty()) {
@@ -95,7 +116,7 @@ TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::millisecon
         }
     }
 
-    const int id = m_engine.allocateTaskId(guard);
+    const int id = m_engine.allocateTaskId();
     run->bookkeeping().taskId = id;
     if (!reference.empty()) m_waitingReferences.emplace(reference, task);
     insertWaiting(run);
@@ -118,6 +139,7 @@ bool Queue::cancelTaskAsync(const std::shared_ptr<Task>& task) {
 }
 
 bool Queue::cancelTaskAsync(Guard& guard, const std::shared_ptr<Task>& task) {
+    offerToWorkers(guard); // a run in the intake can be canceled too
     const RunPtr run = task->currentRunLocked();
     if (task->queueLocked().get() != this || !run || run->bookkeeping().place == TaskRun::Place::None) {
         throw GenericException("Cannot cancel the task because it's not in the queue. | queue=" + m_name +
@@ -151,11 +173,12 @@ bool Queue::cancelTaskAsync(Guard& guard, const std::shared_ptr<Task>& task) {
 
 bool Queue::empty() const {
     Guard guard(mutex());
-    return m_waiting.empty() && m_runningRuns.empty();
+    return m_waiting.empty() && m_runningRuns.empty() && m_intake.load(std::memory_order_acquire) == nullptr;
 }
 
 void Queue::clear() {
     Guard guard(mutex());
+    admitIntake(guard, nullptr);
     // Event handlers run under the lock and may add tasks; they go to the fresh lists, not into the
     // ones being dropped.
     const std::vector<RunPtr> running(m_runningRuns.begin(), m_runningRuns.end());
@@ -201,6 +224,7 @@ void Queue::remove() {
 
 std::string Queue::toJson() const {
     Guard guard(mutex());
+    const_cast<Queue*>(this)->offerToWorkers(guard);
     Json::Array waiting;
     for (const auto& [runAt, run] : m_waiting)
         waiting.addJson(run->toJson());
@@ -229,10 +253,95 @@ bool Queue::canStartNow() const {
            m_engine.isDue(m_waiting.begin()->first);
 }
 
-void Queue::offerToWorkers(Guard& guard) {
-    if (m_offered || !canStartNow()) return;
-    m_offered = true;
-    m_engine.handToWorker(guard, shared_from_this());
+void Queue::offerToWorkers(Guard& guard, Watch watch) {
+    admitIntake(guard, nullptr);
+    if (!m_offered && canStartNow()) {
+        m_offered = true;
+        m_engine.handToWorker(guard, shared_from_this());
+    }
+    keepWatch(guard, watch);
+}
+
+// --- the intake ---------------------------------------------------------------------------------
+
+TaskAddResult Queue::addToIntake(std::shared_ptr<Task> task, TaskRun::TimePoint runAt) {
+    const int id = m_engine.allocateTaskId();
+    task->enterIntake(id, weak_from_this());
+    auto run = std::make_shared<TaskRun>(std::move(task), runAt);
+    run->bookkeeping().taskId = id;
+    TaskRun* const added = run.get();
+    added->m_intakeSelf = std::move(run);
+    TaskRun* newest = m_intake.load(std::memory_order_relaxed);
+    do {
+        added->m_nextInIntake = newest;
+    } while (!m_intake.compare_exchange_weak(newest, added, std::memory_order_seq_cst, std::memory_order_relaxed));
+
+    if (state() == State::Active && m_intakeWatched.exchange(true, std::memory_order_seq_cst)) {
+        if (m_watchListed.load(std::memory_order_relaxed)) m_engine.signalArrival();
+        return {id, false};
+    }
+    Detail::Garbage garbage; // destroyed after the lock is released
+    Guard guard(mutex());
+    if (state() == State::Active) {
+        offerToWorkers(guard);
+    } else {
+        // Removed meanwhile: the run ends as the runs the removal found did.
+        admitIntake(guard, &garbage);
+    }
+    return {id, false};
+}
+
+void Queue::admitIntake(Guard& guard, Detail::Garbage* garbage) {
+    if (m_intake.load(std::memory_order_acquire) == nullptr) return;
+    if (state() == State::Removed && !garbage) return;
+    // The stack holds the newest first: reversed, the runs enter in the order they were added.
+    TaskRun* oldest = nullptr;
+    TaskRun* newest = m_intake.exchange(nullptr, std::memory_order_seq_cst);
+    while (newest) {
+        TaskRun* const older = newest->m_nextInIntake;
+        newest->m_nextInIntake = oldest;
+        oldest = newest;
+        newest = older;
+    }
+    while (oldest) {
+        RunPtr run = std::move(oldest->m_intakeSelf);
+        oldest = std::exchange(oldest->m_nextInIntake, nullptr);
+        if (state() == State::Removed) {
+            garbage->runs.push_back(std::move(run));
+            continue;
+        }
+        const std::shared_ptr<Task>& task = run->m_task;
+        task->admitRun(run);
+        m_engine.registerTask(guard, run->bookkeeping().taskId, task->options().tag(), task);
+        if (state() == State::Active) {
+            insertWaiting(std::move(run));
+            continue;
+        }
+        // Removing: dropped as clear() drops what waits.
+        run->setState(TaskRun::Failed);
+        run->bookkeeping().place = TaskRun::Place::Finished;
+        m_finished.push_back(std::move(run));
+    }
+}
+
+void Queue::keepWatch(Guard& guard, Watch watch) {
+    for (;;) {
+        // An offered queue is looked at by the worker that takes it, and a full one by the next run
+        // to finish.
+        if (state() != State::Active || m_offered || m_running >= m_maxThreads) return;
+        if (m_engine.watch(guard, *this, watch == Watch::ByCaller)) return;
+        m_intakeWatched.store(false, std::memory_order_seq_cst);
+        // An add that came before the store is seen here; one after it takes the lock itself.
+        if (m_intake.load(std::memory_order_seq_cst) == nullptr ||
+            m_intakeWatched.exchange(true, std::memory_order_seq_cst))
+            return;
+        admitIntake(guard, nullptr);
+        if (canStartNow()) {
+            m_offered = true;
+            m_engine.handToWorker(guard, shared_from_this());
+            return;
+        }
+    }
 }
 
 void Queue::scheduleWakeUp(Guard& guard, TaskRun::TimePoint at) {
@@ -258,7 +367,10 @@ void Queue::scheduleWakeUp(Guard& guard, TaskRun::TimePoint at) {
 
 void Queue::runNext(Guard& guard, Detail::Garbage& garbage) {
     m_offered = false;
+    admitIntake(guard, nullptr);
     RunPtr run = state() == State::Active && m_running < m_maxThreads ? takeNextDue() : nullptr;
+    // This worker looks for work next: it may keep watching the intake meanwhile.
+    if (!run) keepWatch(guard, Watch::ByCaller);
     while (run) {
         ++m_running;
         // Another worker may take the next run of this queue meanwhile, after the other queues' turns.
@@ -273,7 +385,7 @@ void Queue::runNext(Guard& guard, Detail::Garbage& garbage) {
         m_engine.runExecuted(guard);
         const bool finishedHere = !run->m_task->finishedCallback();
         if (finishedHere) {
-            finishTaskRun(guard, run, succeeded, garbage);
+            finishTaskRun(guard, run, succeeded, garbage, Watch::ByCaller);
         } else {
             queueFinish(guard, run, succeeded);
         }
@@ -358,7 +470,8 @@ void Queue::finishQueuedRuns() {
     garbage.clear();
 }
 
-void Queue::finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detail::Garbage& garbage) {
+void Queue::finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detail::Garbage& garbage,
+                          Watch watch) {
     const std::shared_ptr<Task> task = run->m_task;
     dropReference(m_runningReferences, *task);
     const auto now = m_engine.now();
@@ -386,6 +499,7 @@ void Queue::finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detai
         raiseStateChanged(run);
     }
 
+    offerToWorkers(guard, watch);
     if (m_waiting.empty() && m_runningRuns.empty()) {
         if (state() == State::Removing) {
             finishRemoval(guard);
@@ -394,8 +508,6 @@ void Queue::finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detai
             m_events->raise(m_emptyEventName);
             guard.lock();
         }
-    } else {
-        offerToWorkers(guard);
     }
 }
 
@@ -546,6 +658,7 @@ void Queue::sweep(Guard& guard, TaskRun::TimePoint finishedBefore, Detail::Garba
 }
 
 void Queue::releaseAll(Guard& guard, Detail::Garbage& garbage, bool forgetTasks) {
+    admitIntake(guard, &garbage); // the queue is removed: its intake's runs go with the garbage
     auto release = [&](RunPtr&& run) {
         const std::shared_ptr<Task>& task = run->m_task;
         task->forgetRun(*run);

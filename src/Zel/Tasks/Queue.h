@@ -129,9 +129,24 @@ private:
     // drops its whole table) and marks the queue removed.
     void abandon(Guard& guard, Detail::Garbage& garbage);
 
+    // --- the intake ---------------------------------------------------------------------------------
+    // Who keeps watching the intake of a queue that has nothing to start: a worker that spins
+    // (IfSpinning), or also the calling worker, which looks for work next (ByCaller).
+    enum class Watch { IfSpinning, ByCaller };
+    // An add that needs no lock: pushes the run to the intake and, when nobody watches it, takes the
+    // lock to admit it.
+    TaskAddResult addToIntake(std::shared_ptr<Task> task, TaskRun::TimePoint runAt);
+    // Moves the intake's runs, oldest first, into the waiting list. In a removed queue the runs go to
+    // `garbage`, and stay in the intake without one.
+    void admitIntake(Guard& guard, Detail::Garbage* garbage);
+    // Stops watching the intake when nothing else will look at it soon: the next add then takes the
+    // lock. Admits and offers what arrived meanwhile.
+    void keepWatch(Guard& guard, Watch watch);
+
     // --- scheduling ---------------------------------------------------------------------------------
-    // When a run may start now, offers the queue to the workers (once; a worker clears the offer).
-    void offerToWorkers(Guard& guard);
+    // Admits the intake and, when a run may start now, offers the queue to the workers (once; a
+    // worker clears the offer).
+    void offerToWorkers(Guard& guard, Watch watch = Watch::IfSpinning);
     // Wakes the queue when the first delayed run becomes due.
     void scheduleWakeUp(Guard& guard, TaskRun::TimePoint at);
     bool canStartNow() const;
@@ -141,7 +156,8 @@ private:
     bool execute(TaskRun& run);
     void queueFinish(Guard& guard, const RunPtr& run, bool succeeded);
     void finishQueuedRuns();
-    void finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detail::Garbage& garbage);
+    void finishTaskRun(Guard& guard, const RunPtr& run, bool succeeded, Detail::Garbage& garbage,
+                       Watch watch = Watch::IfSpinning);
     bool retryTask(Guard& guard, const RunPtr& failedRun, TaskRun::TimePoint now);
     // Destroys the task's run callback and calls its finished callback, both without the lock.
     void callFinishedCallback(Guard& guard, Task& task, bool succeeded, Detail::Garbage& garbage);
@@ -181,6 +197,16 @@ private:
     std::vector<RunPtr> m_runningRuns;
     std::unordered_map<std::string, std::shared_ptr<Task>> m_waitingReferences;
     std::unordered_map<std::string, std::shared_ptr<Task>> m_runningReferences;
+
+    // Undelayed adds of new tasks without a reference skip the lock: they push their run to this
+    // stack (the newest first), and the lock's holders admit them into m_waiting. m_intakeWatched
+    // tells an add whether it must take the lock to have its run seen. It is true only while the
+    // intake is sure to be looked at soon: the queue is offered, or all its places are taken (a
+    // finishing run looks), or it is on the engine's watch list while a worker spins. Whoever sets it
+    // false looks at the intake once more afterwards, so no run is left unseen.
+    std::atomic<TaskRun*> m_intake{nullptr};
+    std::atomic<bool> m_intakeWatched{false};
+    mutable std::atomic<bool> m_watchListed{false}; // on the engine's watch list; written under the lock
 
     bool m_offered = false;                                    // waiting in the engine's offers for a worker
     TaskRun::TimePoint m_wakeUpAt = TaskRun::TimePoint::max(); // the earliest timer set for a delayed run

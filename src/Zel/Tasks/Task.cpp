@@ -31,6 +31,11 @@ void Task::enterQueue(int id, std::shared_ptr<TaskRun> run, std::weak_ptr<Queue>
     m_queue = std::move(queue);
 }
 
+void Task::enterIntake(int id, std::weak_ptr<Queue> queue) {
+    m_id.store(id, std::memory_order_relaxed);
+    m_queue = std::move(queue);
+}
+
 void Task::startRetry(std::shared_ptr<TaskRun> run) {
     m_retried.fetch_add(1, std::memory_order_relaxed);
     m_progress.store(0, std::memory_order_relaxed);
@@ -47,7 +52,9 @@ std::shared_ptr<TaskRun> Task::currentRun() const {
     // The queue changes the current run under its manager's lock; without a queue nothing does.
     const std::shared_ptr<Queue> owner = m_queue.lock();
     if (!owner) return m_currentRun;
-    std::lock_guard lock(owner->mutex());
+    std::unique_lock lock(owner->mutex());
+    // A run still in the queue's intake becomes current when it is admitted.
+    owner->offerToWorkers(lock);
     return m_currentRun;
 }
 

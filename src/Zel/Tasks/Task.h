@@ -68,6 +68,14 @@ private:
 
     // The operations its queue performs on the task, under the manager's lock.
     void enterQueue(int id, std::shared_ptr<TaskRun> run, std::weak_ptr<Queue> queue);
+    // The first add of a task may skip the manager's lock: nothing but the adding thread knows of it
+    // yet. True for the one caller that claims it; the run is admitted later (admitRun).
+    bool claimFirstAdd() noexcept {
+        int never = 0;
+        return m_addCount.compare_exchange_strong(never, 1, std::memory_order_relaxed);
+    }
+    void enterIntake(int id, std::weak_ptr<Queue> queue);
+    void admitRun(std::shared_ptr<TaskRun> run) noexcept { m_currentRun = std::move(run); }
     void startRetry(std::shared_ptr<TaskRun> run);
     // Drops the current run when it is `run`; returns whether it was.
     bool forgetRun(const TaskRun& run) noexcept;

@@ -81,6 +81,10 @@ private:
     std::atomic<Clock::rep> m_started{0};
     std::atomic<Clock::rep> m_finished{0};
     Bookkeeping m_bookkeeping;
+    // While the run waits in its queue's intake (see Queue::addTask): the next older run there, and
+    // the reference that keeps this one alive until a worker admits it.
+    TaskRun* m_nextInIntake = nullptr;
+    std::shared_ptr<TaskRun> m_intakeSelf;
 };
 
 } // namespace Zel::Tasks

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include <Zel/GenericException.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Tasks/Manager.h>
 #include <Zel/Tasks/ManualClock.h>
@@ -8,6 +9,7 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 #include <vector>
 
 namespace Zel::Tasks {
@@ -290,6 +292,39 @@ TEST(TaskHousekeeping, AfterStopNoTaskAndNoRunIsLeftAlive) {
             EXPECT_TRUE(run.expired());
     }
     EXPECT_GE(runs.size(), 60u);
+}
+
+// With nobody watching state changes, undelayed adds skip the manager's lock. Here they race a
+// queue's removal and the manager's stop, and still each task is let go of, while the test holds
+// both queues.
+TEST(TaskHousekeeping, AddsRacingRemovalAndStopLeaveNothingAlive) {
+    for (int round = 0; round < 10; ++round) {
+        TaskSystem system;
+        auto removed = system.manager.addQueue("removed", 2);
+        auto stopped = system.manager.addQueue("stopped", 1);
+        std::atomic<int> added{0};
+        std::atomic<int> refusals{0};
+        std::thread producer([&] {
+            for (const auto& queue : {removed, stopped}) {
+                try {
+                    for (;;) {
+                        queue->addTask(counted("racing", [](RunContext&) { return true; }));
+                        ++added;
+                    }
+                } catch (const GenericException&) {
+                    ++refusals;
+                }
+            }
+        });
+        ASSERT_TRUE(waitUntil([&] { return added.load() >= 500; }));
+        removed->removeAsync();
+        ASSERT_TRUE(waitUntil([&] { return refusals.load() == 1; }));
+        const int before = added.load();
+        ASSERT_TRUE(waitUntil([&] { return added.load() >= before + 500; }));
+        system.manager.stop();
+        producer.join();
+        EXPECT_EQ(CountedTask::live.load(), 0) << "round " << round;
+    }
 }
 
 } // namespace

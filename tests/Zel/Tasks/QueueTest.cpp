@@ -134,17 +134,18 @@ TEST(TaskQueue, StartsRunsInAddingOrderAndDelayedOnesByTheirTime) {
     queue->addTask(blocker(gate, &blocked));
     blocked.get_future().wait();
     Journal journal;
-    auto add = [&](const std::string& name, std::chrono::milliseconds delay) {
-        queue->addTask(makeTask(name,
-                                [&journal, name](RunContext&) {
-                                    journal.add(name);
-                                    return true;
-                                }),
-                       delay);
+    auto add = [&](const std::string& name, std::chrono::milliseconds delay, const std::string& reference = {}) {
+        auto task = makeTask(name, [&journal, name](RunContext&) {
+            journal.add(name);
+            return true;
+        });
+        task->setReference(reference);
+        queue->addTask(std::move(task), delay);
     };
     add("late", 200ms);
+    // Adds with a reference are looked up under the lock, the others skip it: one order all the same.
     for (int i = 0; i < 10; ++i)
-        add("now " + std::to_string(i), 0ms);
+        add("now " + std::to_string(i), 0ms, i % 3 == 1 ? "reference " + std::to_string(i) : "");
     add("soon", 100ms);
     gate.open();
     ASSERT_TRUE(waitUntil([&] { return journal.size() == 12; }));

@@ -111,6 +111,9 @@ void Engine::shutDown(Guard& guard) {
     auto tasks = m_tasks.takeAll();
     auto timers = std::exchange(m_timers, {});
     auto offers = std::exchange(m_offers, {});
+    for (const QueuePtr& queue : m_watched)
+        queue->m_watchListed.store(false, std::memory_order_relaxed);
+    auto watched = std::exchange(m_watched, {});
     m_timerArmedFor = TimePoint::max();
     m_stallWatched = false;
     guard.unlock();
@@ -118,6 +121,7 @@ void Engine::shutDown(Guard& guard) {
     loop.reset();
     timers.clear();
     offers.clear();
+    watched.clear();
     garbage.clear();
     queues.clear();
     tasks.clear();
@@ -261,6 +265,10 @@ std::vector<Engine::QueuePtr> Engine::queues(Guard&) const {
 }
 
 void Engine::forgetQueue(Guard&, const Queue& queue) {
+    if (queue.m_watchListed.load(std::memory_order_relaxed)) {
+        std::erase_if(m_watched, [&](const QueuePtr& watched) { return watched.get() == &queue; });
+        queue.m_watchListed.store(false, std::memory_order_relaxed);
+    }
     if (auto found = m_queues.find(queue.name()); found != m_queues.end() && found->second.get() == &queue) {
         m_queues.erase(found);
     }
@@ -304,6 +312,43 @@ bool Engine::takeBackOffer(Guard&, const Queue& queue) {
     m_offers.pop_front();
     m_offerCount.store(0, std::memory_order_release);
     return true;
+}
+
+bool Engine::watch(Guard&, Queue& queue, bool byCaller) {
+    if (m_spinning == 0 && !(byCaller && onWorker())) return false;
+    if (!queue.m_watchListed.load(std::memory_order_relaxed)) {
+        queue.m_watchListed.store(true, std::memory_order_relaxed);
+        m_watched.push_back(queue.shared_from_this());
+    }
+    return true;
+}
+
+void Engine::admitIntakes(Guard& guard) {
+    for (const auto& [name, queue] : m_queues)
+        queue->offerToWorkers(guard);
+}
+
+void Engine::lookAtWatched(Guard& guard) {
+    for (std::size_t i = 0; i < m_watched.size();) {
+        if (m_watched[i]->m_intake.load(std::memory_order_acquire) == nullptr) {
+            ++i;
+            continue;
+        }
+        QueuePtr queue = std::move(m_watched[i]);
+        m_watched[i] = std::move(m_watched.back());
+        m_watched.pop_back();
+        queue->m_watchListed.store(false, std::memory_order_relaxed);
+        // Listed again when what arrived is not to start yet; with an empty intake then.
+        queue->offerToWorkers(guard, Queue::Watch::ByCaller);
+    }
+}
+
+void Engine::releaseWatched(Guard& guard) {
+    std::vector<QueuePtr> watched = std::exchange(m_watched, {});
+    for (const QueuePtr& queue : watched) {
+        queue->m_watchListed.store(false, std::memory_order_relaxed);
+        queue->keepWatch(guard, Queue::Watch::IfSpinning);
+    }
 }
 
 void Engine::wakeOne(Guard&) {
@@ -357,7 +402,15 @@ Engine::QueuePtr Engine::takeOffer(Guard& guard, bool extra, Garbage& garbage) {
             QueuePtr queue = std::move(m_offers.front());
             m_offers.pop_front();
             m_offerCount.store(m_offers.size(), std::memory_order_release);
+            // This worker goes to run user code: unless another one spins, nobody watches any more.
+            if (m_spinning == 0) releaseWatched(guard);
             return queue;
+        }
+        // Read before the look: an add after the look changes it.
+        const std::uint64_t arrivals = m_arrivals.load(std::memory_order_seq_cst);
+        if (!m_watched.empty()) {
+            lookAtWatched(guard);
+            if (!m_offers.empty()) continue;
         }
         if (!spun) {
             // What the last run left behind goes first, without the lock; then a short watch.
@@ -367,13 +420,19 @@ Engine::QueuePtr Engine::takeOffer(Guard& guard, bool extra, Garbage& garbage) {
             garbage.clear();
             const auto until = std::chrono::steady_clock::now() + spinBeforeParking;
             while (m_offerCount.load(std::memory_order_acquire) == 0 &&
-                   std::chrono::steady_clock::now() < until)
+                   m_arrivals.load(std::memory_order_acquire) == arrivals && std::chrono::steady_clock::now() < until)
                 std::this_thread::yield();
             guard.lock();
             --m_spinning;
+            // Work keeps coming: watch on.
+            if (m_arrivals.load(std::memory_order_relaxed) != arrivals) spun = false;
             continue;
         }
         spun = false;
+        if (m_spinning == 0 && !m_watched.empty()) {
+            releaseWatched(guard);
+            if (!m_offers.empty()) continue;
+        }
         ParkedWorker parked;
         m_parked.push_back(&parked);
         if (extra) {
@@ -400,7 +459,8 @@ void Engine::forgetTask(Guard&, int id, const Task& task) {
     m_tasks.erase(id, task);
 }
 
-const std::shared_ptr<Task>* Engine::findTask(Guard&, int id) const noexcept {
+const std::shared_ptr<Task>* Engine::findTask(Guard& guard, int id) {
+    admitIntakes(guard);
     return m_tasks.find(id);
 }
 

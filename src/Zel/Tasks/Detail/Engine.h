@@ -154,15 +154,28 @@ public:
     // Withdraws the queue's offer when it is the only one: no other queue waits for a worker, so the
     // worker that finished a run of it may go on with the next without a turn through the offers.
     bool takeBackOffer(Guard& guard, const Queue& queue);
+    // The queue has nothing to start, and a worker is to watch its intake for adds that skip the lock:
+    // one that spins waiting for work, or the calling worker when `byCaller` (it looks for work
+    // next). False when no worker will: the queue then stops watching.
+    bool watch(Guard& guard, Queue& queue, bool byCaller);
+    // An add went to the intake of a watched queue.
+    void signalArrival() noexcept { m_arrivals.fetch_add(1, std::memory_order_seq_cst); }
+    // Admits what every queue's intake holds: for lookups of tasks by id or tag.
+    void admitIntakes(Guard& guard);
     // A worker finished executing a run (whatever its outcome): the pool made progress.
     void runExecuted(Guard&) noexcept { ++m_executed; }
 
     // --- tasks ------------------------------------------------------------------------------------
-    int allocateTaskId(Guard&) noexcept { return m_nextTaskId++; }
+    // Needs no lock: an add to a queue's intake takes its id without it.
+    int allocateTaskId() noexcept { return m_nextTaskId.fetch_add(1, std::memory_order_relaxed); }
     void registerTask(Guard& guard, int id, int tag, std::shared_ptr<Task> task);
     void forgetTask(Guard& guard, int id, const Task& task);
-    const std::shared_ptr<Task>* findTask(Guard& guard, int id) const noexcept;
-    const TaskTable& tasks(Guard&) const noexcept { return m_tasks; }
+    // Both admit every queue's intake first: a task is entered in the table when its run is admitted.
+    const std::shared_ptr<Task>* findTask(Guard& guard, int id);
+    const TaskTable& tasks(Guard& guard) {
+        admitIntakes(guard);
+        return m_tasks;
+    }
 
 private:
     struct ParkedWorker {
@@ -177,6 +190,10 @@ private:
     void workerMain();
     // The next queue offered to workers; empty when the calling worker is to leave.
     QueuePtr takeOffer(Guard& guard, bool extra, Garbage& garbage);
+    // Offers the watched queues whose intake received runs.
+    void lookAtWatched(Guard& guard);
+    // No worker spins any more: the watched queues stop watching (their next add takes the lock).
+    void releaseWatched(Guard& guard);
     void wakeOne(Guard& guard);
     void watchForStall(Guard& guard);
     void checkStall(std::uint64_t executedBefore);
@@ -195,7 +212,7 @@ private:
     mutable std::atomic<TimePoint::rep> m_seen{0};
 
     std::map<std::string, QueuePtr> m_queues;
-    int m_nextTaskId = 1;
+    std::atomic<int> m_nextTaskId{1};
     // Every add enters the task once, under its id and tag, until its last run is swept.
     TaskTable m_tasks;
 
@@ -219,6 +236,9 @@ private:
     // no parked worker. The atomic mirrors m_offers.size() for them, who watch without the lock.
     int m_spinning = 0;
     std::atomic<std::size_t> m_offerCount{0};
+    // Queues without work whose intakes the spinning workers watch, and the count of adds to them.
+    std::vector<QueuePtr> m_watched;
+    std::atomic<std::uint64_t> m_arrivals{0};
     bool m_workersLeave = false;
     bool m_stallWatched = false;
     std::uint64_t m_executed = 0;

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <memory>
+#include <memory_resource>
+#include <unordered_map>
+#include <vector>
 
 namespace Zel::Tasks {
 class Task;
@@ -10,43 +12,39 @@ class Task;
 
 namespace Zel::Tasks::Detail {
 
-// The tasks a manager knows, by the id of each add, with the tag they were added under.
-//
-// Ids are handed out in increasing order, so entries are appended to a deque that stays sorted: an
-// add costs no allocation of its own and a lookup is a binary search. A forgotten entry leaves a
-// hole; holes at the front are dropped at once and the others once they are the majority, so memory
-// follows the live entries even when one long-waiting task holds the oldest id.
-//
-// Not thread-safe: the manager's lock guards it.
+// The tasks a manager knows, by id. Ids are taken without the manager's lock and runs are admitted
+// queue by queue, so tasks enter in no particular order of id. Not thread-safe: the manager's lock
+// guards it.
 class TaskTable {
 public:
     struct Entry {
         int id;
         int tag;
-        std::shared_ptr<Task> task; // null once forgotten
+        const std::shared_ptr<Task>& task;
     };
 
-    // `id` must be greater than every id added before.
     void add(int id, int tag, std::shared_ptr<Task> task);
-    // The task added under `id`; null when there is none.
     const std::shared_ptr<Task>* find(int id) const noexcept;
-    // Forgets the entry of `id` when it holds `task`; returns whether it did.
     bool erase(int id, const Task& task) noexcept;
-    std::size_t size() const noexcept { return m_entries.size() - m_holes; }
-    // Calls `visit(const Entry&)` for every live entry, in id order.
+    std::size_t size() const noexcept { return m_entries.size(); }
+    // In no particular order.
     template <class Visit>
     void forEach(Visit&& visit) const {
-        for (const Entry& entry : m_entries)
-            if (entry.task) visit(entry);
+        for (const auto& [id, entry] : m_entries)
+            visit(Entry{id, entry.tag, entry.task});
     }
-    // Hands every task over (for destruction outside the lock) and empties the table.
-    std::deque<Entry> takeAll() noexcept;
+    // Empties the table; the tasks are the caller's to let go of.
+    std::vector<std::shared_ptr<Task>> takeAll();
 
 private:
-    std::deque<Entry>::iterator locate(int id) noexcept;
-
-    std::deque<Entry> m_entries; // by id
-    std::size_t m_holes = 0;
+    struct Slot {
+        int tag;
+        std::shared_ptr<Task> task;
+    };
+    // The nodes come from a pool of the table's own: a task added costs no allocation of its own
+    // here, and the memory goes back when the table empties.
+    std::pmr::unsynchronized_pool_resource m_pool;
+    std::pmr::unordered_map<int, Slot> m_entries{&m_pool};
 };
 
 } // namespace Zel::Tasks::Detail
