@@ -173,7 +173,9 @@ bool Queue::cancelTaskAsync(Guard& guard, const std::shared_ptr<Task>& task) {
 
 bool Queue::empty() const {
     Guard guard(mutex());
-    return m_waiting.empty() && m_runningRuns.empty() && m_intake.load(std::memory_order_acquire) == nullptr;
+    // A run keeps its place until its finished callback returned: until then the queue is not empty.
+    return m_waiting.empty() && m_runningRuns.empty() && m_running == 0 &&
+           m_intake.load(std::memory_order_acquire) == nullptr;
 }
 
 void Queue::clear() {

@@ -89,7 +89,7 @@ public:
     // in the queue. | queue=%s | taskId=%d" for a task that is not in this queue.
     bool cancelTaskAsync(const std::shared_ptr<Task>& task);
 
-    // True when nothing waits and nothing runs.
+    // True when nothing waits and nothing runs, a finished callback included.
     bool empty() const;
     // Drops every waiting run (as Failed, without calling finished callbacks) and asks every running
     // one to stop.

@@ -164,7 +164,9 @@ private:
         std::mt19937 random(1234 + producer);
         std::uniform_int_distribution<int> percent(0, 99);
         for (int i = producer; i < m_total; i += producerCount) {
-            if (producer == 0 && i >= m_total / 2 && !m_cleared.exchange(true)) clearInTheMiddle();
+            // From the middle on, now and then, until a clear found the first queue with runs waiting.
+            if (producer == 0 && i >= m_total / 2 && m_droppedCount.load() == 0 && i % (16 * producerCount) == 0)
+                clearInTheMiddle();
             while (outstanding() > maxOutstanding)
                 std::this_thread::sleep_for(50us);
             // Spread by capacity, so that the single-thread queue does not hold everyone up.
@@ -324,7 +326,6 @@ private:
     std::atomic<int> m_finished{0};
     std::atomic<int> m_droppedCount{0};
     std::atomic<bool> m_producing{true};
-    std::atomic<bool> m_cleared{false};
     std::array<std::atomic<int>, queueCount> m_inFlight{};
     std::array<std::atomic<int>, queueCount> m_mostInFlight{};
     std::array<std::array<std::atomic<int>, referenceCount>, queueCount> m_referenceInFlight{};
