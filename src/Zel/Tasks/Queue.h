@@ -49,7 +49,9 @@ struct Garbage;
 // maxThreads until the callback returned.
 //
 // The queue has no lock of its own: its manager's lock guards it (the convention is written where
-// that lock is declared, in Detail::Engine), and is released around every user callback. A Queue must
+// that lock is declared, in Detail::Engine), and is released around every user callback. The common
+// add, of a new task without a reference to start now, does not take that lock: the run enters a
+// lock-free intake that the workers empty in adding order. A Queue must
 // not be used after its Manager is destroyed.
 //
 // Thread safety: every operation may be called from any thread. remove() waits for the runs in
