@@ -54,8 +54,11 @@ Queue::~Queue() {
     };
     for (auto& [runAt, run] : m_waiting)
         breakCycle(run);
-    for (TaskRun* run = m_intake.exchange(nullptr); run;)
-        std::exchange(run, std::exchange(run->m_nextInIntake, nullptr))->m_intakeSelf.reset();
+    for (TaskRun* run = m_intake.exchange(nullptr); run;) {
+        TaskRun* const older = std::exchange(run->m_nextInIntake, nullptr);
+        run->m_intakeSelf.reset(); // may destroy the run
+        run = older;
+    }
     std::for_each(m_runningRuns.begin(), m_runningRuns.end(), breakCycle);
     std::for_each(m_finished.begin(), m_finished.end(), breakCycle);
 }
@@ -102,7 +105,8 @@ TaskAddResult Queue::addTask(std::shared_ptr<Task> task, std::chrono::millisecon
     // What the intake holds was added earlier and goes first; a task added before to another queue
     // is settled there before it moves.
     admitIntake(guard, nullptr);
-    if (const auto previous = task->queueLocked(); previous && previous.get() != this) previous->offerToWorkers(guard);
+    if (const auto previous = task->queueLocked(); previous && previous.get() != this)
+        previous->offerToWorkers(guard);
     const TaskOptions& options = task->options();
     const std::string& reference = options.reference();
     if (!reference.empty()) {
@@ -276,7 +280,8 @@ TaskAddResult Queue::addToIntake(std::shared_ptr<Task> task, TaskRun::TimePoint 
     TaskRun* newest = m_intake.load(std::memory_order_relaxed);
     do {
         added->m_nextInIntake = newest;
-    } while (!m_intake.compare_exchange_weak(newest, added, std::memory_order_seq_cst, std::memory_order_relaxed));
+    } while (
+        !m_intake.compare_exchange_weak(newest, added, std::memory_order_seq_cst, std::memory_order_relaxed));
 
     if (state() == State::Active && m_intakeWatched.exchange(true, std::memory_order_seq_cst)) {
         if (m_watchListed.load(std::memory_order_relaxed)) m_engine.signalArrival();

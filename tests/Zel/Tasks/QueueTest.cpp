@@ -134,7 +134,8 @@ TEST(TaskQueue, StartsRunsInAddingOrderAndDelayedOnesByTheirTime) {
     queue->addTask(blocker(gate, &blocked));
     blocked.get_future().wait();
     Journal journal;
-    auto add = [&](const std::string& name, std::chrono::milliseconds delay, const std::string& reference = {}) {
+    auto add = [&](const std::string& name, std::chrono::milliseconds delay,
+                   const std::string& reference = {}) {
         auto task = makeTask(name, [&journal, name](RunContext&) {
             journal.add(name);
             return true;

@@ -165,7 +165,8 @@ private:
         std::uniform_int_distribution<int> percent(0, 99);
         for (int i = producer; i < m_total; i += producerCount) {
             // From the middle on, now and then, until a clear found the first queue with runs waiting.
-            if (producer == 0 && i >= m_total / 2 && m_droppedCount.load() == 0 && i % (16 * producerCount) == 0)
+            if (producer == 0 && i >= m_total / 2 && m_droppedCount.load() == 0 &&
+                i % (16 * producerCount) == 0)
                 clearInTheMiddle();
             while (outstanding() > maxOutstanding)
                 std::this_thread::sleep_for(50us);

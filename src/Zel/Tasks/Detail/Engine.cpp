@@ -420,7 +420,8 @@ Engine::QueuePtr Engine::takeOffer(Guard& guard, bool extra, Garbage& garbage) {
             garbage.clear();
             const auto until = std::chrono::steady_clock::now() + spinBeforeParking;
             while (m_offerCount.load(std::memory_order_acquire) == 0 &&
-                   m_arrivals.load(std::memory_order_acquire) == arrivals && std::chrono::steady_clock::now() < until)
+                   m_arrivals.load(std::memory_order_acquire) == arrivals &&
+                   std::chrono::steady_clock::now() < until)
                 std::this_thread::yield();
             guard.lock();
             --m_spinning;
