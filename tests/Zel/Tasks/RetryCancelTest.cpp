@@ -148,6 +148,40 @@ TEST(TaskCancel, AWaitingRunFailsAtOnceAndItsFinishedCallbackRunsBeforeCancelRet
                      .existingTask());
 }
 
+// Behind a run that holds the queue's only place, plain adds wait in the queue's intake, which no
+// worker empties until the place is free: the task itself, a lookup by id and a cancel by id each
+// find their run there all the same.
+TEST(TaskCancel, RunsAddedWithoutTheLockAreFoundAndCanceledBeforeTheyStart) {
+    TaskSystem system;
+    auto queue = system.manager.addQueue("work", 1);
+    Gate gate;
+    std::promise<void> holding;
+    queue->addTask(makeTask("holder", [&](RunContext&) {
+        holding.set_value();
+        return gate.wait();
+    }));
+    holding.get_future().wait();
+    FinishLog finish;
+    auto waiting = [&] {
+        return makeTask(
+            "waiting", [](RunContext&) { return true; }, finish.callback());
+    };
+
+    const auto first = waiting();
+    queue->addTask(first);
+    ASSERT_NE(first->currentRun(), nullptr);
+    EXPECT_EQ(first->currentRun()->state(), TaskRun::Waiting);
+    const int second = queue->addTask(waiting()).id();
+    EXPECT_EQ(system.manager.getTaskRunInfo(second).state, TaskRun::Waiting);
+    const int third = queue->addTask(waiting()).id();
+    EXPECT_TRUE(system.manager.cancelTaskAsync(third));
+    EXPECT_THAT(finish.ids, ElementsAre(third));
+
+    gate.open();
+    ASSERT_TRUE(waitUntil([&] { return finish.size() == 3; }));
+    EXPECT_THAT(finish.outcomes, ElementsAre(false, true, true));
+}
+
 TEST(TaskCancel, ARunningRunIsAskedToStopAndIsNotRetried) {
     TaskSystem system;
     StateRecorder recorder(*system.events);
