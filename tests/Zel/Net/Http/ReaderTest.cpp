@@ -1,5 +1,3 @@
-#include <Zel/Net/Http/Reader.h>
-
 #include "../../IO/TestStreams.h"
 #include "SampleMessages.h"
 
@@ -13,16 +11,14 @@
 #include <Zel/Net/Http/ChunkedTransferBodyStream.h>
 #include <Zel/Net/Http/ContentLengthBodyStream.h>
 #include <Zel/Net/Http/HttpException.h>
+#include <Zel/Net/Http/Reader.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
 #include <Zel/Parser/UnexpectedCharException.h>
 #include <Zel/Parser/UnexpectedEofException.h>
-
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -66,11 +62,11 @@ std::string startLine(const Response& response) {
            response.reasonPhrase();
 }
 
-void readMessage(const std::shared_ptr<IO::IStream>& stream, Request& request) {
-    Reader().readRequest(stream, request);
+void readMessage(const std::shared_ptr<IO::IStream>& stream, Request& request, const Reader& reader = {}) {
+    reader.readRequest(stream, request);
 }
-void readMessage(const std::shared_ptr<IO::IStream>& stream, Response& response) {
-    Reader().readResponse(stream, response);
+void readMessage(const std::shared_ptr<IO::IStream>& stream, Response& response, const Reader& reader = {}) {
+    reader.readResponse(stream, response);
 }
 
 std::size_t headLength(const std::string& wire) {
@@ -197,13 +193,16 @@ struct BadHead {
     enum Kind { Char, Eof, Version } kind;
 };
 
-void expectFailure(const BadHead& row, const std::function<void(const std::shared_ptr<IO::IStream>&)>& read) {
+// Reads `row.wire` as a Message, through a buffer and without, expecting the row's failure.
+template <class Message>
+void expectFailure(const BadHead& row, const Reader& reader = {}) {
     for (const bool buffered : {false, true}) {
-        SCOPED_TRACE(buffered ? "buffered" : "plain");
+        SCOPED_TRACE(row.wire + (buffered ? " (buffered)" : " (plain)"));
         std::shared_ptr<IO::IStream> stream = PieceStream::trickle(row.wire, 3);
         if (buffered) stream = std::make_shared<IO::BufferedStream>(stream, 16);
         try {
-            read(stream);
+            Message message;
+            readMessage(stream, message, reader);
             ADD_FAILURE() << "no exception";
         } catch (const Parser::UnexpectedCharException& e) {
             EXPECT_EQ(row.kind, BadHead::Char);
@@ -252,13 +251,8 @@ TEST(Reader, MalformedRequestHeadsFailAtTheOffendingByte) {
         {"GET / HTTP/1..1\r\n\r\n", "Version: invalid text | text=1..1", BadHead::Version},
         {"GET / HTTP/\r\n\r\n", "Version: invalid text | text=", BadHead::Version},
     };
-    for (const BadHead& row : rows) {
-        SCOPED_TRACE(row.wire);
-        expectFailure(row, [](const std::shared_ptr<IO::IStream>& stream) {
-            Request request;
-            Reader().readRequest(stream, request);
-        });
-    }
+    for (const BadHead& row : rows)
+        expectFailure<Request>(row);
 }
 
 TEST(Reader, MalformedStatusLinesFailAtTheOffendingByte) {
@@ -274,13 +268,8 @@ TEST(Reader, MalformedStatusLinesFailAtTheOffendingByte) {
         {"HTTP/1.1 200", "Unexpected end of data | size=12", BadHead::Eof},
         {"HTTP/1.1.1.1.1 200 OK\r\n\r\n", "Version: invalid text | text=1.1.1.1.1", BadHead::Version},
     };
-    for (const BadHead& row : rows) {
-        SCOPED_TRACE(row.wire);
-        expectFailure(row, [](const std::shared_ptr<IO::IStream>& stream) {
-            Response response;
-            Reader().readResponse(stream, response);
-        });
-    }
+    for (const BadHead& row : rows)
+        expectFailure<Response>(row);
 }
 
 TEST(Reader, HeaderLinesFollowTheLetterOfTheGrammar) {
@@ -339,9 +328,9 @@ TEST(Reader, SkippedHeadersAreParsedButNotStored) {
                 ElementsAre(Pair("Host", "example.com"), Pair("cookie", "other spelling is kept")));
 
     // The skipped line still needs its CR LF.
-    expectFailure({"GET / HTTP/1.1\r\nCookie: a\rb\r\n\r\n", "Unexpected character | char=0x62 | position=26",
-                   BadHead::Char},
-                  [&](const std::shared_ptr<IO::IStream>& stream) { reader.readRequest(stream, request); });
+    expectFailure<Request>({"GET / HTTP/1.1\r\nCookie: a\rb\r\n\r\n",
+                            "Unexpected character | char=0x62 | position=26", BadHead::Char},
+                           reader);
 }
 
 TEST(Reader, ReadHeadersParsesOneBlockAndAddsToTheHeaders) {
