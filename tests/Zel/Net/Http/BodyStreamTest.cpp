@@ -1,17 +1,14 @@
-#include <Zel/Net/Http/ChunkedTransferBodyStream.h>
-#include <Zel/Net/Http/ContentLengthBodyStream.h>
-
 #include "../../IO/TestStreams.h"
 #include "SampleMessages.h"
 
 #include <Zel/IO/BufferedStream.h>
 #include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
+#include <Zel/Net/Http/ChunkedTransferBodyStream.h>
+#include <Zel/Net/Http/ContentLengthBodyStream.h>
 #include <Zel/Parser/UnexpectedCharException.h>
 #include <Zel/Parser/UnexpectedEofException.h>
-
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
@@ -58,15 +55,13 @@ TEST(ChunkedTransferBodyStream, AnyBufferSizeOverAnySplitGivesTheSameBytes) {
             ASSERT_EQ(source->rest(), "NEXT");
         }
     }
-}
-
-TEST(ChunkedTransferBodyStream, ThroughABufferedSourceToo) {
-    const std::string data = Samples::apiJson + Samples::orderJson;
-    const std::string wire = encodeChunked(data, {7, 64, 2}, true) + "NEXT";
-    for (std::size_t trickle = 1; trickle <= wire.size(); trickle += 5) {
+    // Through a buffered source, which reads ahead, with upper-case size digits.
+    const std::string upper = encodeChunked(data, {7, 64, 2}, true) + "NEXT";
+    for (std::size_t trickle = 1; trickle <= upper.size(); trickle += 5) {
         for (const std::size_t piece : {1u, 2u, 5u, 64u, 4096u}) {
-            SCOPED_TRACE("trickle " + std::to_string(trickle) + ", piece " + std::to_string(piece));
-            const auto source = std::make_shared<IO::BufferedStream>(PieceStream::trickle(wire, trickle), 16);
+            SCOPED_TRACE("buffered, trickle " + std::to_string(trickle) + ", piece " + std::to_string(piece));
+            const auto source =
+                std::make_shared<IO::BufferedStream>(PieceStream::trickle(upper, trickle), 16);
             ChunkedTransferBodyStream body(source);
             ASSERT_EQ(readInPieces(body, piece), data);
             ASSERT_EQ(IO::readAll(*source), "NEXT");

@@ -117,8 +117,6 @@ public:
         }
     }
 
-    void close() { ::shutdown(m_fd, SHUT_RDWR); }
-
 private:
     bool receive() {
         char buffer[4096];
