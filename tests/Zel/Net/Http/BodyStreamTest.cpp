@@ -69,24 +69,8 @@ TEST(ChunkedTransferBodyStream, AnyBufferSizeOverAnySplitGivesTheSameBytes) {
     }
 }
 
-TEST(ChunkedTransferBodyStream, PeekDecodesAheadWithoutConsuming) {
-    const auto source = PieceStream::trickle("3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n", 2);
-    ChunkedTransferBodyStream body(source);
-    char buffer[16];
-    ASSERT_EQ(body.peek(buffer, 5), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "abcde");
-    EXPECT_EQ(body.getPosition(), 0);
-    ASSERT_EQ(body.read(buffer, 2), 2u);
-    EXPECT_EQ(std::string(buffer, 2), "ab");
-    ASSERT_EQ(body.peek(buffer, 16), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "cdefg");
-    // The last chunk was reached while peeking; what was decoded is still handed out.
-    ASSERT_EQ(body.read(buffer, 16), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "cdefg");
-    EXPECT_EQ(body.read(buffer, 16), 0u);
-    EXPECT_EQ(body.getPosition(), 7);
-}
-
+// Peeks decode ahead across chunks without moving the position, up to the last chunk, and what a
+// peek decoded is still handed out by the reads after it.
 TEST(ChunkedTransferBodyStream, MixedPeeksAndReadsGiveTheBodyInOrder) {
     const std::string data = Samples::csvUpload + Samples::apiJson;
     const std::string wire = encodeChunked(data, {5, 1, 17}, false);
@@ -98,8 +82,11 @@ TEST(ChunkedTransferBodyStream, MixedPeeksAndReadsGiveTheBodyInOrder) {
             const std::size_t size = (step * pattern) % 9 + 1;
             std::string buffer(size, '\0');
             const std::size_t seen = body.peek(buffer.data(), size);
+            ASSERT_EQ(seen, std::min(size, data.size() - got.size()));
             ASSERT_EQ(buffer.substr(0, seen), data.substr(got.size(), seen));
-            const std::size_t count = body.read(buffer.data(), (step % 3 == 0) ? size : size / 2 + 1);
+            const std::size_t want = (step % 3 == 0) ? size : size / 2 + 1;
+            const std::size_t count = body.read(buffer.data(), want);
+            ASSERT_EQ(count, std::min(want, data.size() - got.size()));
             if (count == 0) break;
             got.append(buffer.data(), count);
             ASSERT_EQ(body.getPosition(), static_cast<std::int64_t>(got.size()));
