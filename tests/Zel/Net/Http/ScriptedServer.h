@@ -4,6 +4,8 @@
 // that framing a real server would never send can be sent on purpose. Plain POSIX sockets, and
 // OpenSSL's own API for TLS, so that nothing of the client's transport is under test twice.
 
+#include "LoopbackClient.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
@@ -78,19 +80,12 @@ public:
 
     // Reads the body the head announces (Content-Length or chunked) into it.
     bool readBody(SeenRequest& request) {
-        if (const auto length = request.header("Content-Length"))
-            return take(std::stoul(*length), request.body);
-        if (request.header("Transfer-Encoding")) {
-            for (;;) {
-                std::string line;
-                if (!takeLine(line)) return false;
-                const std::size_t size = std::stoul(line, nullptr, 16);
-                std::string chunk;
-                if (!take(size, chunk) || !takeLine(line)) return false;
-                if (size == 0) return true;
-                request.body += chunk;
-            }
-        }
+        const auto length = request.header("Content-Length");
+        const bool chunked = !length && request.header("Transfer-Encoding");
+        std::optional<std::size_t> end;
+        while (!(end = bodyEnd(m_pending, 0, chunked, length ? std::stoul(*length) : 0, request.body)))
+            if (!receive()) return false;
+        m_pending.erase(0, *end);
         return true;
     }
 
@@ -124,23 +119,6 @@ private:
             m_ssl ? SSL_read(m_ssl, buffer, sizeof buffer) : ::recv(m_fd, buffer, sizeof buffer, 0);
         if (got <= 0) return false;
         m_pending.append(buffer, static_cast<std::size_t>(got));
-        return true;
-    }
-    bool take(std::size_t count, std::string& out) {
-        while (m_pending.size() < count) {
-            if (!receive()) return false;
-        }
-        out.append(m_pending, 0, count);
-        m_pending.erase(0, count);
-        return true;
-    }
-    bool takeLine(std::string& line) {
-        std::size_t end;
-        while ((end = m_pending.find("\r\n")) == std::string::npos) {
-            if (!receive()) return false;
-        }
-        line = m_pending.substr(0, end);
-        m_pending.erase(0, end + 2);
         return true;
     }
 
