@@ -36,25 +36,17 @@ struct SeenRequest {
 
     // The value of the first header line of that name (any case), or nothing.
     std::optional<std::string> header(std::string_view name) const {
-        std::size_t line = head.find("\r\n");
-        while (line != std::string::npos && line + 2 < head.size()) {
-            const std::size_t start = line + 2;
-            line = head.find("\r\n", start);
-            const std::string_view text(head.data() + start,
-                                        (line == std::string::npos ? head.size() : line) - start);
-            const std::size_t colon = text.find(':');
-            if (colon == name.size() &&
-                std::equal(name.begin(), name.end(), text.begin(), [](char a, char b) {
-                    return std::tolower(static_cast<unsigned char>(a)) ==
-                           std::tolower(static_cast<unsigned char>(b));
-                })) {
-                std::string_view value = text.substr(colon + 1);
-                while (!value.empty() && value.front() == ' ')
-                    value.remove_prefix(1);
-                return std::string(value);
-            }
-        }
-        return std::nullopt;
+        // The CR LF before each name keeps the request line and values from matching.
+        std::string lines = "\r\n" + head, wanted = "\r\n" + std::string(name) + ":";
+        for (std::string* text : {&lines, &wanted})
+            std::transform(text->begin(), text->end(), text->begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const std::size_t found = lines.find(wanted);
+        if (found == std::string::npos) return std::nullopt;
+        std::size_t start = found + wanted.size() - 2; // in head, which lacks the leading CR LF
+        while (start < head.size() && head[start] == ' ')
+            ++start;
+        return head.substr(start, head.find("\r\n", start) - start);
     }
 };
 
