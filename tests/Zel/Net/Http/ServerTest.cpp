@@ -66,7 +66,8 @@ std::size_t openFileDescriptors() {
     return count;
 }
 
-TEST(HttpServer, LimitsOnHeadAndBodyAnswerTheirStatusAndClose) {
+// The body limit and malformed heads are rows of SmugglingTest's table, on the same server code.
+TEST(HttpServer, HeadsOverTheLimitsAnswer431AndClose) {
     Server server(echo(), shortTimeouts());
     server.start();
     std::string manyHeaders = "GET / HTTP/1.1\r\n";
@@ -80,7 +81,6 @@ TEST(HttpServer, LimitsOnHeadAndBodyAnswerTheirStatusAndClose) {
         {"head over the size cap", "GET /" + std::string(1100, 'a') + " HTTP/1.1\r\n\r\n", 431},
         {"head never ending within the cap", "GET / HTTP/1.1\r\nX: " + std::string(2000, 'a'), 431},
         {"too many header lines", manyHeaders + "\r\n", 431},
-        {"malformed header line", "GET / HTTP/1.1\r\nHost:x\r\n\r\n", 400},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
