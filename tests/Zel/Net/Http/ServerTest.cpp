@@ -73,21 +73,19 @@ TEST(HttpServer, HeadsOverTheLimitsAnswer431AndClose) {
     std::string manyHeaders = "GET / HTTP/1.1\r\n";
     for (int i = 0; i < 11; ++i)
         manyHeaders += "X-" + std::to_string(i) + ": y\r\n";
-    const struct {
-        const char* name;
-        std::string wire;
-        int status;
-    } cases[] = {
-        {"head over the size cap", "GET /" + std::string(1100, 'a') + " HTTP/1.1\r\n\r\n", 431},
-        {"head never ending within the cap", "GET / HTTP/1.1\r\nX: " + std::string(2000, 'a'), 431},
-        {"too many header lines", manyHeaders + "\r\n", 431},
+    const std::vector<std::pair<const char*, std::string>> cases = {
+        {"head over the size cap", "GET /" + std::string(1100, 'a') + " HTTP/1.1\r\n\r\n"},
+        {"head never ending within the cap", "GET / HTTP/1.1\r\nX: " + std::string(2000, 'a')},
+        {"too many header lines", manyHeaders + "\r\n"},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, wire] : cases) {
+        SCOPED_TRACE(name);
         LoopbackClient client(server.port());
-        client.send(row.wire);
+        client.send(wire);
         const auto answer = client.readResponse();
-        EXPECT_EQ(answer.status, row.status);
+        // The status table has no text for 431: the server names it itself.
+        EXPECT_EQ(answer.head.substr(0, answer.head.find("\r\n")),
+                  "HTTP/1.1 431 Request Header Fields Too Large");
         EXPECT_TRUE(answer.connectionClose);
         client.receiveUntilClosed();
         EXPECT_TRUE(client.closed());
