@@ -135,15 +135,12 @@ TEST(Reader, ReadsRealMessages) {
     EXPECT_FALSE(get.hasBody());
     EXPECT_TRUE(get.keepAlive());
 
+    // The POST's method and exact body are checked by PipelinedRequestsComeOneAfterTheOther.
     Request post;
     Reader().readRequest(PieceStream::whole(Samples::curlPost), post);
-    EXPECT_EQ(post.method(), "POST");
     ASSERT_TRUE(post.hasBody());
     EXPECT_NE(dynamic_cast<ContentLengthBodyStream*>(post.body().get()), nullptr);
     EXPECT_EQ(post.headers().contentLength(), static_cast<std::int64_t>(Samples::orderJson.size()));
-    const Variant order = post.bodyJson();
-    EXPECT_EQ(static_cast<int>(order["customer"]), 42);
-    EXPECT_EQ(static_cast<std::string>(order["items"][1]["sku"]), "B-7");
 
     Response response;
     Reader().readResponse(PieceStream::whole(Samples::chunkedResponse), response);
