@@ -1,17 +1,14 @@
-#include <Zel/Net/Http/ChunkedTransferBodyStream.h>
-#include <Zel/Net/Http/ContentLengthBodyStream.h>
-
 #include "../../IO/TestStreams.h"
 #include "SampleMessages.h"
 
 #include <Zel/IO/BufferedStream.h>
 #include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
+#include <Zel/Net/Http/ChunkedTransferBodyStream.h>
+#include <Zel/Net/Http/ContentLengthBodyStream.h>
 #include <Zel/Parser/UnexpectedCharException.h>
 #include <Zel/Parser/UnexpectedEofException.h>
-
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
@@ -58,15 +55,13 @@ TEST(ChunkedTransferBodyStream, AnyBufferSizeOverAnySplitGivesTheSameBytes) {
             ASSERT_EQ(source->rest(), "NEXT");
         }
     }
-}
-
-TEST(ChunkedTransferBodyStream, ThroughABufferedSourceToo) {
-    const std::string data = Samples::apiJson + Samples::orderJson;
-    const std::string wire = encodeChunked(data, {7, 64, 2}, true) + "NEXT";
-    for (std::size_t trickle = 1; trickle <= wire.size(); trickle += 5) {
+    // Through a buffered source, which reads ahead, with upper-case size digits.
+    const std::string upper = encodeChunked(data, {7, 64, 2}, true) + "NEXT";
+    for (std::size_t trickle = 1; trickle <= upper.size(); trickle += 5) {
         for (const std::size_t piece : {1u, 2u, 5u, 64u, 4096u}) {
-            SCOPED_TRACE("trickle " + std::to_string(trickle) + ", piece " + std::to_string(piece));
-            const auto source = std::make_shared<IO::BufferedStream>(PieceStream::trickle(wire, trickle), 16);
+            SCOPED_TRACE("buffered, trickle " + std::to_string(trickle) + ", piece " + std::to_string(piece));
+            const auto source =
+                std::make_shared<IO::BufferedStream>(PieceStream::trickle(upper, trickle), 16);
             ChunkedTransferBodyStream body(source);
             ASSERT_EQ(readInPieces(body, piece), data);
             ASSERT_EQ(IO::readAll(*source), "NEXT");
@@ -74,24 +69,8 @@ TEST(ChunkedTransferBodyStream, ThroughABufferedSourceToo) {
     }
 }
 
-TEST(ChunkedTransferBodyStream, PeekDecodesAheadWithoutConsuming) {
-    const auto source = PieceStream::trickle("3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n", 2);
-    ChunkedTransferBodyStream body(source);
-    char buffer[16];
-    ASSERT_EQ(body.peek(buffer, 5), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "abcde");
-    EXPECT_EQ(body.getPosition(), 0);
-    ASSERT_EQ(body.read(buffer, 2), 2u);
-    EXPECT_EQ(std::string(buffer, 2), "ab");
-    ASSERT_EQ(body.peek(buffer, 16), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "cdefg");
-    // The last chunk was reached while peeking; what was decoded is still handed out.
-    ASSERT_EQ(body.read(buffer, 16), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "cdefg");
-    EXPECT_EQ(body.read(buffer, 16), 0u);
-    EXPECT_EQ(body.getPosition(), 7);
-}
-
+// Peeks decode ahead across chunks without moving the position, up to the last chunk, and what a
+// peek decoded is still handed out by the reads after it.
 TEST(ChunkedTransferBodyStream, MixedPeeksAndReadsGiveTheBodyInOrder) {
     const std::string data = Samples::csvUpload + Samples::apiJson;
     const std::string wire = encodeChunked(data, {5, 1, 17}, false);
@@ -103,8 +82,11 @@ TEST(ChunkedTransferBodyStream, MixedPeeksAndReadsGiveTheBodyInOrder) {
             const std::size_t size = (step * pattern) % 9 + 1;
             std::string buffer(size, '\0');
             const std::size_t seen = body.peek(buffer.data(), size);
+            ASSERT_EQ(seen, std::min(size, data.size() - got.size()));
             ASSERT_EQ(buffer.substr(0, seen), data.substr(got.size(), seen));
-            const std::size_t count = body.read(buffer.data(), (step % 3 == 0) ? size : size / 2 + 1);
+            const std::size_t want = (step % 3 == 0) ? size : size / 2 + 1;
+            const std::size_t count = body.read(buffer.data(), want);
+            ASSERT_EQ(count, std::min(want, data.size() - got.size()));
             if (count == 0) break;
             got.append(buffer.data(), count);
             ASSERT_EQ(body.getPosition(), static_cast<std::int64_t>(got.size()));

@@ -1,5 +1,6 @@
 #include "LoopbackClient.h"
 
+#include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Net/Http/FramingCheck.h>
 #include <Zel/Net/Http/Headers.h>
@@ -63,11 +64,7 @@ class EchoHandler : public IRequestHandler {
 public:
     void handle(Request& request, Response& response) override {
         std::string body = request.method() + " " + request.requestUri();
-        if (request.hasBody()) {
-            Zel::IO::StringStream content;
-            request.body()->copyTo(content);
-            body += " " + std::to_string(content.str().size());
-        }
+        if (request.hasBody()) body += " " + std::to_string(Zel::IO::readAll(*request.body()).size());
         response.setBody(std::make_shared<Zel::IO::StringStream>(std::move(body)));
     }
 };
@@ -91,93 +88,60 @@ TEST_F(SmugglingTest, EveryAmbiguousFramingIsRefusedAndClosesTheConnection) {
     const struct {
         const char* rule;
         std::string wire;
-        std::vector<int> statuses; // every answer, in order
-        bool closes;               // the last answer says "Connection: close"
+        const char* statuses; // every answer, in order; a refusal closes the connection behind it
     } cases[] = {
         {"Transfer-Encoding with Content-Length",
          "POST / HTTP/1.1\r\nContent-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n" + hidden,
-         {400},
-         true},
+         "400"},
         {"two different Content-Length lines",
-         "POST / HTTP/1.1\r\nContent-Length: 2\r\nContent-Length: 34\r\n\r\nok" + hidden,
-         {400},
-         true},
-        {"Content-Length list that disagrees",
-         "POST / HTTP/1.1\r\nContent-Length: 2, 34\r\n\r\nok" + hidden,
-         {400},
-         true},
-        {"Content-Length with trailing letters",
-         "POST / HTTP/1.1\r\nContent-Length: 2abc\r\n\r\nok" + hidden,
-         {400},
-         true},
-        {"Content-Length with a sign",
-         "POST / HTTP/1.1\r\nContent-Length: +2\r\n\r\nok" + hidden,
-         {400},
-         true},
-        {"negative Content-Length", "POST / HTTP/1.1\r\nContent-Length: -2\r\n\r\nok" + hidden, {400}, true},
+         "POST / HTTP/1.1\r\nContent-Length: 2\r\nContent-Length: 34\r\n\r\nok" + hidden, "400"},
+        {"Content-Length list that disagrees", "POST / HTTP/1.1\r\nContent-Length: 2, 34\r\n\r\nok" + hidden,
+         "400"},
+        {"Content-Length with trailing letters", "POST / HTTP/1.1\r\nContent-Length: 2abc\r\n\r\nok" + hidden,
+         "400"},
+        {"Content-Length with a sign", "POST / HTTP/1.1\r\nContent-Length: +2\r\n\r\nok" + hidden, "400"},
+        {"negative Content-Length", "POST / HTTP/1.1\r\nContent-Length: -2\r\n\r\nok" + hidden, "400"},
         {"Content-Length of 19 digits",
-         "POST / HTTP/1.1\r\nContent-Length: 1000000000000000000\r\n\r\n" + hidden,
-         {400},
-         true},
-        {"Content-Length over the body limit",
-         "POST / HTTP/1.1\r\nContent-Length: 65\r\n\r\n" + hidden,
-         {413},
-         true},
+         "POST / HTTP/1.1\r\nContent-Length: 1000000000000000000\r\n\r\n" + hidden, "400"},
+        {"Content-Length over the body limit", "POST / HTTP/1.1\r\nContent-Length: 65\r\n\r\n" + hidden,
+         "413"},
         {"transfer coding other than chunked",
-         "POST / HTTP/1.1\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n" + hidden,
-         {501},
-         true},
+         "POST / HTTP/1.1\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n" + hidden, "501"},
         {"chunked twice over two lines",
          "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n" +
              hidden,
-         {501},
-         true},
+         "501"},
         {"chunk size of 17 hex digits",
          "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n10000000000000002\r\nok\r\n0\r\n\r\n" + hidden,
-         {400},
-         true},
+         "400"},
         {"chunks past the body limit",
          "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n20\r\n" + std::string(32, 'a') + "\r\n21\r\n" +
              std::string(33, 'b') + "\r\n0\r\n\r\n" + hidden,
-         {413},
-         true},
+         "413"},
         {"chunk extension",
-         "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n2;x=1\r\nok\r\n0\r\n\r\n" + hidden,
-         {400},
-         true},
-        {"trailer field",
-         "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nX: y\r\n\r\n" + hidden,
-         {400},
-         true},
-        {"empty method", " / HTTP/1.1\r\n\r\n" + hidden, {400}, true},
-        {"method that is no token", "G(T / HTTP/1.1\r\n\r\n" + hidden, {400}, true},
-        {"empty target", "GET  HTTP/1.1\r\n\r\n" + hidden, {400}, true},
-        {"empty header name", "GET / HTTP/1.1\r\n: x\r\n\r\n" + hidden, {400}, true},
-        {"version HTTP/1", "GET / HTTP/1\r\n\r\n" + hidden, {400}, true},
-        {"version HTTP/1.1.7", "GET / HTTP/1.1.7\r\n\r\n" + hidden, {400}, true},
-        {"another HTTP version", "GET / HTTP/2.0\r\n\r\n" + hidden, {505}, true},
+         "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n2;x=1\r\nok\r\n0\r\n\r\n" + hidden, "400"},
+        {"trailer field", "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nX: y\r\n\r\n" + hidden,
+         "400"},
+        {"empty method", " / HTTP/1.1\r\n\r\n" + hidden, "400"},
+        {"method that is no token", "G(T / HTTP/1.1\r\n\r\n" + hidden, "400"},
+        {"empty target", "GET  HTTP/1.1\r\n\r\n" + hidden, "400"},
+        {"empty header name", "GET / HTTP/1.1\r\n: x\r\n\r\n" + hidden, "400"},
+        {"version HTTP/1", "GET / HTTP/1\r\n\r\n" + hidden, "400"},
+        {"version HTTP/1.1.7", "GET / HTTP/1.1.7\r\n\r\n" + hidden, "400"},
+        {"another HTTP version", "GET / HTTP/2.0\r\n\r\n" + hidden, "505"},
         // Accepted framings: the body is consumed, whatever the method, and nothing hides in it.
         {"GET with a body",
-         "GET / HTTP/1.1\r\nContent-Length: " + std::to_string(hidden.size()) + "\r\n\r\n" + hidden,
-         {200},
-         false},
+         "GET / HTTP/1.1\r\nContent-Length: " + std::to_string(hidden.size()) + "\r\n\r\n" + hidden, "200"},
         {"DELETE with a chunked body",
-         "DELETE / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n21\r\n" + hidden + "\r\n0\r\n\r\n",
-         {200},
-         false},
+         "DELETE / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n21\r\n" + hidden + "\r\n0\r\n\r\n", "200"},
         {"repeated equal Content-Length",
-         "POST / HTTP/1.1\r\nContent-Length: 2\r\nContent-Length: 2\r\n\r\nok",
-         {200},
-         false},
-        {"Content-Length after two spaces", "POST / HTTP/1.1\r\nContent-Length:  2\r\n\r\nok", {200}, false},
+         "POST / HTTP/1.1\r\nContent-Length: 2\r\nContent-Length: 2\r\n\r\nok", "200"},
+        {"Content-Length after two spaces", "POST / HTTP/1.1\r\nContent-Length:  2\r\n\r\nok", "200"},
         {"pipelined requests",
          "GET /a HTTP/1.1\r\n\r\nPOST /b HTTP/1.1\r\nContent-Length: 1\r\n\r\nxGET /c HTTP/1.1\r\n\r\n",
-         {200, 200, 200},
-         false},
-        {"answers gathered before a refusal",
-         "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1\r\n\r\n" + hidden,
-         {200, 400},
-         true},
+         "200 200 200"},
+        {"answers gathered before a refusal", "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1\r\n\r\n" + hidden,
+         "200 400"},
     };
     for (const auto& row : cases) {
         for (const bool bytewise : {false, true}) {
@@ -187,14 +151,14 @@ TEST_F(SmugglingTest, EveryAmbiguousFramingIsRefusedAndClosesTheConnection) {
             client.receiveUntilClosed();
             ASSERT_TRUE(client.closed());
             const auto answers = client.takeResponses();
-            std::vector<int> statuses;
+            std::string statuses;
             for (const auto& answer : answers) {
-                statuses.push_back(answer.status);
+                statuses += (statuses.empty() ? "" : " ") + std::to_string(answer.status);
                 EXPECT_EQ(answer.body.find("/hidden"), std::string::npos) << answer.body;
             }
             EXPECT_EQ(statuses, row.statuses);
             EXPECT_TRUE(client.received().empty()) << client.received();
-            if (!answers.empty()) EXPECT_EQ(answers.back().connectionClose, row.closes);
+            if (!answers.empty()) EXPECT_EQ(answers.back().connectionClose, answers.back().status >= 400);
         }
     }
 

@@ -1,12 +1,9 @@
-#include <Zel/Net/Http/Headers.h>
-
 #include <Zel/GenericException.h>
 #include <Zel/Json/Json.h>
+#include <Zel/Net/Http/Headers.h>
 #include <Zel/Variant.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <limits>
 #include <string>
 #include <vector>
@@ -90,21 +87,19 @@ TEST(Headers, ContentTypeAndLengthHelpers) {
     Headers headers;
     EXPECT_EQ(headers.contentType(), "");
     headers.setContentType("text/html; charset=utf-8");
-    EXPECT_EQ(headers.get(Headers::CONTENT_TYPE), "text/html; charset=utf-8");
+    EXPECT_EQ(headers.get("Content-Type"), "text/html; charset=utf-8");
     headers.setContentType("");
     EXPECT_FALSE(headers.isSet("Content-Type"));
     headers.setContentLength(512);
-    EXPECT_EQ(headers.get(Headers::CONTENT_LENGTH), "512");
-    EXPECT_EQ(Headers::CONTENT_LENGTH, "Content-Length");
-    EXPECT_EQ(Headers::CONTENT_TYPE, "Content-Type");
+    EXPECT_EQ(headers.get("Content-Length"), "512");
 }
 
-TEST(Headers, ToStringWritesOneLinePerHeaderInTheirOwnOrder) {
+TEST(Headers, ToStringAndTheHeadersViewGoInInsertionOrder) {
     Headers headers;
     headers.set("Host", "www.example.org").set("Accept", "*/*").set("Connection", "close");
     headers.set("ACCEPT", "text/html");
     std::string expected;
-    for (const auto& [name, value] : headers)
+    for (const auto& [name, value] : headers.headers())
         expected += std::string(name) + ": " + std::string(value) + "\r\n";
     EXPECT_EQ(headers.toString(), expected);
     EXPECT_EQ(expected, "Host: www.example.org\r\nAccept: text/html\r\nConnection: close\r\n");
@@ -186,25 +181,11 @@ TEST(Headers, FromDtoConvertsValuesAndRefusesWhatCannotBeIterated) {
 
     for (const Variant& bad : {Variant(5), Variant("text"), Variant(true)}) {
         SCOPED_TRACE(bad.toJson());
-        try {
-            headers.fromDto(bad);
-            FAIL() << "no exception";
-        } catch (const GenericException& e) {
-            EXPECT_EQ(std::string(e.what()),
-                      "Variant: You cannot iterate the type '" + Variant::typeToString(bad.type()) + "'");
-        }
+        EXPECT_THAT([&] { headers.fromDto(bad); },
+                    ::testing::ThrowsMessage<GenericException>(::testing::StrEq(
+                        "Variant: You cannot iterate the type '" + Variant::typeToString(bad.type()) + "'")));
         EXPECT_EQ(headers.size(), 2u);
     }
-}
-
-TEST(Headers, HeadersViewListsNamesAndValuesInInsertionOrder) {
-    Headers headers;
-    headers.set("Host", "a").set("content-length", 3).set("Content-Length", 4);
-    std::vector<std::pair<std::string, std::string>> seen;
-    for (const auto& [name, value] : headers.headers())
-        seen.emplace_back(name, value);
-    const std::vector<std::pair<std::string, std::string>> expected{{"Host", "a"}, {"content-length", "4"}};
-    EXPECT_EQ(seen, expected);
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <functional>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <optional>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -21,6 +22,27 @@
 #include <vector>
 
 namespace Zel::Net::Http::Testing {
+
+// Where the body that starts at `at` in `bytes` ends, its bytes put in `body`: chunked (without the
+// extensions and trailers these tests never send), else `length` bytes. Nothing while bytes are missing.
+inline std::optional<std::size_t> bodyEnd(const std::string& bytes, std::size_t at, bool chunked,
+                                          std::size_t length, std::string& body) {
+    body.clear();
+    if (!chunked) {
+        if (bytes.size() < at + length) return std::nullopt;
+        body.assign(bytes, at, length);
+        return at + length;
+    }
+    for (;;) {
+        const auto lineEnd = bytes.find("\r\n", at);
+        if (lineEnd == std::string::npos) return std::nullopt;
+        const std::size_t size = std::strtoul(bytes.c_str() + at, nullptr, 16);
+        if (bytes.size() < lineEnd + 2 + size + 2) return std::nullopt;
+        body.append(bytes, lineEnd + 2, size);
+        at = lineEnd + 2 + size + 2;
+        if (size == 0) return at;
+    }
+}
 
 struct RawResponse {
     int status = 0;
@@ -118,33 +140,21 @@ private:
         std::string lower = head;
         for (char& c : lower)
             c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        std::size_t end = headEnd + 4;
-        std::string body;
         const bool noBody = headRequest || status < 200 || status == 204 || status == 304;
-        if (!noBody && lower.find("transfer-encoding: chunked") != std::string::npos) {
-            std::size_t at = end;
-            while (true) {
-                const auto lineEnd = m_received.find("\r\n", at);
-                if (lineEnd == std::string::npos) return false;
-                const std::size_t size = std::strtoul(m_received.c_str() + at, nullptr, 16);
-                if (m_received.size() < lineEnd + 2 + size + 2) return false;
-                body.append(m_received, lineEnd + 2, size);
-                at = lineEnd + 2 + size + 2;
-                if (size == 0) break;
-            }
-            end = at;
-        } else if (const auto length = lower.find("content-length: ");
-                   !noBody && length != std::string::npos) {
-            const std::size_t size = std::strtoul(lower.c_str() + length + 16, nullptr, 10);
-            if (m_received.size() < end + size) return false;
-            body = m_received.substr(end, size);
-            end += size;
-        }
+        const auto length = lower.find("content-length: ");
+        const std::size_t size = noBody || length == std::string::npos
+                                     ? 0
+                                     : std::strtoul(lower.c_str() + length + 16, nullptr, 10);
+        std::string body;
+        const auto end =
+            bodyEnd(m_received, headEnd + 4,
+                    !noBody && lower.find("transfer-encoding: chunked") != std::string::npos, size, body);
+        if (!end) return false;
         response.status = status;
         response.connectionClose = lower.find("connection: close") != std::string::npos;
         response.head = std::move(head);
         response.body = std::move(body);
-        m_received.erase(0, end);
+        m_received.erase(0, *end);
         return true;
     }
 

@@ -1,6 +1,4 @@
-#include <Zel/Net/Http/Request.h>
-#include <Zel/Net/Http/Response.h>
-
+#include "../../IO/TestStreams.h"
 #include "SampleMessages.h"
 
 #include <Zel/ArgumentException.h>
@@ -12,26 +10,24 @@
 #include <Zel/Json/ParserException.h>
 #include <Zel/Net/Http/HttpException.h>
 #include <Zel/Net/Http/Method.h>
-
+#include <Zel/Net/Http/Request.h>
+#include <Zel/Net/Http/Response.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
 namespace Zel::Net::Http {
 namespace {
 
-// A stream that does not tell its length, as a pipe or socket would not.
-class UnknownLengthStream : public IO::StringStream {
-public:
-    using IO::StringStream::StringStream;
-    std::uint32_t capabilities() const override { return Readable; }
-};
+// PieceStream does not tell its length, as a pipe or socket would not.
+using IO::Testing::PieceStream;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 TEST(Message, DefaultsOfRequestAndResponse) {
     const Request request;
     EXPECT_EQ(request.method(), "GET");
-    EXPECT_EQ(request.method(), Method::GET);
     EXPECT_EQ(request.requestUri(), "");
     EXPECT_TRUE(request.url().empty());
     EXPECT_EQ(request.version(), Version(1, 1));
@@ -50,9 +46,7 @@ TEST(Message, DefaultsOfRequestAndResponse) {
     EXPECT_EQ(Response(404).reasonPhrase(), "Not Found");
 }
 
-TEST(Message, MethodConstantsAndWhichCarryABody) {
-    EXPECT_EQ(Method::GET + Method::POST + Method::PUT + Method::DELETE + Method::PATCH + Method::CONNECT,
-              "GETPOSTPUTDELETEPATCHCONNECT");
+TEST(Message, OnlyPostPutAndPatchInCapitalsCarryABody) {
     const std::vector<std::pair<std::string, bool>> rows = {
         {"POST", true},    {"PUT", true},   {"PATCH", true},    {"GET", false},
         {"DELETE", false}, {"HEAD", false}, {"OPTIONS", false}, {"CONNECT", false},
@@ -70,7 +64,7 @@ TEST(Message, SetBodyTakesTheLengthOnlyFromStreamsThatKnowIt) {
     EXPECT_TRUE(request.hasBody());
 
     Request unknown(Method::POST, "/upload");
-    unknown.setBody(std::make_shared<UnknownLengthStream>(std::string("0123456789")));
+    unknown.setBody(PieceStream::whole("0123456789"));
     // The 0 left by the constructor stays: framing is the caller's to set for such a stream.
     EXPECT_EQ(unknown.headers().get("Content-Length"), "0");
 
@@ -79,13 +73,17 @@ TEST(Message, SetBodyTakesTheLengthOnlyFromStreamsThatKnowIt) {
     EXPECT_FALSE(unknown.hasBody());
 }
 
-TEST(Message, SetBodyJsonSetsLengthAndType) {
+TEST(Message, SetBodyJsonSetsLengthAndTypeAndClearBodyResetsThem) {
     Response response;
     response.setBodyJson(Samples::apiJson);
     EXPECT_EQ(response.headers().contentLength(), static_cast<std::int64_t>(Samples::apiJson.size()));
     EXPECT_EQ(response.headers().contentType(), "application/json");
     const Variant value = response.bodyJson();
     EXPECT_EQ(static_cast<std::string>(value["status"]), "shipped");
+    response.clearBody();
+    EXPECT_FALSE(response.hasBody());
+    EXPECT_EQ(response.headers().get("Content-Length"), "0");
+    EXPECT_FALSE(response.headers().isSet("Content-Type"));
 
     Response fromObject;
     Headers object;
@@ -96,41 +94,22 @@ TEST(Message, SetBodyJsonSetsLengthAndType) {
 }
 
 TEST(Message, BodyJsonWithoutABodyNamesTheRequestForBoth) {
-    for (const bool isRequest : {true, false}) {
-        SCOPED_TRACE(isRequest);
-        try {
-            if (isRequest) {
-                Request().bodyJson();
-            } else {
-                Response().bodyJson();
-            }
-            FAIL() << "no exception";
-        } catch (const HttpException& e) {
-            EXPECT_STREQ(e.what(), "Request has no body");
-        }
-    }
+    const auto noBody = ThrowsMessage<HttpException>(StrEq("Request has no body"));
+    EXPECT_THAT([] { Request().bodyJson(); }, noBody);
+    EXPECT_THAT([] { Response().bodyJson(); }, noBody);
 }
 
 TEST(Message, BodyJsonOfAStreamReadsItToTheEnd) {
     Request request(Method::PUT, "/orders/7");
-    request.setBody(std::make_shared<UnknownLengthStream>(Samples::orderJson));
+    request.setBody(PieceStream::whole(Samples::orderJson));
     const Variant order = request.bodyJson();
     EXPECT_EQ(static_cast<std::string>(order["note"]), "leave at door");
     char byte;
     EXPECT_EQ(request.body()->read(&byte, 1), 0u);
 
     Request broken(Method::POST, "/");
-    broken.setBody(std::make_shared<UnknownLengthStream>(std::string("{\"a\":")));
+    broken.setBody(PieceStream::whole("{\"a\":"));
     EXPECT_THROW(broken.bodyJson(), Json::ParserException);
-}
-
-TEST(Message, ClearBodyResetsTheFraming) {
-    Response response;
-    response.setBodyJson("[1,2]");
-    response.clearBody();
-    EXPECT_FALSE(response.hasBody());
-    EXPECT_EQ(response.headers().get("Content-Length"), "0");
-    EXPECT_FALSE(response.headers().isSet("Content-Type"));
 }
 
 TEST(Message, KeepAliveRules) {
@@ -174,9 +153,6 @@ TEST(Message, StatusCodeAndReasonPhrase) {
     EXPECT_EQ(response.reasonPhrase(), "Not Found");
     response.setStatusCode(299, true);
     EXPECT_EQ(response.reasonPhrase(), "");
-    response.setReasonPhrase("Custom");
-    EXPECT_EQ(response.statusCode(), 299);
-    EXPECT_EQ(response.reasonPhrase(), "Custom");
 }
 
 TEST(Message, SettingTheTargetAsTextKeepsAnEarlierUrl) {
@@ -259,12 +235,8 @@ TEST(Message, FromDtoFillsOptionalKeysAndRefusesMissingRequiredOnes) {
     EXPECT_EQ(response.version(), Version(1, 0));
 
     Request request(Method::DELETE, "/keep");
-    try {
-        request.fromDto(Json::parse(R"({"requestUri":"/x"})"));
-        FAIL() << "no exception";
-    } catch (const GenericException& e) {
-        EXPECT_STREQ(e.what(), "Variant: key not set | key=method");
-    }
+    EXPECT_THAT([&] { request.fromDto(Json::parse(R"({"requestUri":"/x"})")); },
+                ThrowsMessage<GenericException>(StrEq("Variant: key not set | key=method")));
     EXPECT_EQ(request.requestUri(), "/keep");
     EXPECT_THROW(response.fromDto(Json::parse(R"({"reasonPhrase":"x"})")), GenericException);
     EXPECT_EQ(response.statusCode(), 299);

@@ -3,6 +3,7 @@
 #include <Zel/Net/Http/Client.h>
 #include <Zel/Net/Http/HttpException.h>
 #include <Zel/Net/Http/OAuth2ClientCredentials.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
@@ -126,14 +127,10 @@ TEST(OAuth2ClientCredentials, ThreadsAskingAtOnceShareOneFetchAndFailuresCacheNo
     EXPECT_EQ(server.tokenRequests().size(), 1u);
 
     OAuth2ClientCredentials bad(server.url("/bad"), "zel-app", "wrong");
-    for (int i = 0; i < 2; ++i) {
-        try {
-            bad.token();
-            ADD_FAILURE() << "no error";
-        } catch (const HttpException& error) {
-            EXPECT_STREQ(error.what(), "OAuth2: token request failed | status=400 | error=invalid_client");
-        }
-    }
+    for (int i = 0; i < 2; ++i)
+        EXPECT_THAT([&] { bad.token(); },
+                    ::testing::ThrowsMessage<HttpException>(::testing::StrEq(
+                        "OAuth2: token request failed | status=400 | error=invalid_client")));
 }
 
 } // namespace

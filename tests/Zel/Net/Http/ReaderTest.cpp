@@ -1,5 +1,3 @@
-#include <Zel/Net/Http/Reader.h>
-
 #include "../../IO/TestStreams.h"
 #include "SampleMessages.h"
 
@@ -13,16 +11,14 @@
 #include <Zel/Net/Http/ChunkedTransferBodyStream.h>
 #include <Zel/Net/Http/ContentLengthBodyStream.h>
 #include <Zel/Net/Http/HttpException.h>
+#include <Zel/Net/Http/Reader.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
 #include <Zel/Parser/UnexpectedCharException.h>
 #include <Zel/Parser/UnexpectedEofException.h>
-
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -66,11 +62,11 @@ std::string startLine(const Response& response) {
            response.reasonPhrase();
 }
 
-void readMessage(const std::shared_ptr<IO::IStream>& stream, Request& request) {
-    Reader().readRequest(stream, request);
+void readMessage(const std::shared_ptr<IO::IStream>& stream, Request& request, const Reader& reader = {}) {
+    reader.readRequest(stream, request);
 }
-void readMessage(const std::shared_ptr<IO::IStream>& stream, Response& response) {
-    Reader().readResponse(stream, response);
+void readMessage(const std::shared_ptr<IO::IStream>& stream, Response& response, const Reader& reader = {}) {
+    reader.readResponse(stream, response);
 }
 
 std::size_t headLength(const std::string& wire) {
@@ -139,15 +135,12 @@ TEST(Reader, ReadsRealMessages) {
     EXPECT_FALSE(get.hasBody());
     EXPECT_TRUE(get.keepAlive());
 
+    // The POST's method and exact body are checked by PipelinedRequestsComeOneAfterTheOther.
     Request post;
     Reader().readRequest(PieceStream::whole(Samples::curlPost), post);
-    EXPECT_EQ(post.method(), "POST");
     ASSERT_TRUE(post.hasBody());
     EXPECT_NE(dynamic_cast<ContentLengthBodyStream*>(post.body().get()), nullptr);
     EXPECT_EQ(post.headers().contentLength(), static_cast<std::int64_t>(Samples::orderJson.size()));
-    const Variant order = post.bodyJson();
-    EXPECT_EQ(static_cast<int>(order["customer"]), 42);
-    EXPECT_EQ(static_cast<std::string>(order["items"][1]["sku"]), "B-7");
 
     Response response;
     Reader().readResponse(PieceStream::whole(Samples::chunkedResponse), response);
@@ -193,94 +186,80 @@ TEST(Reader, PipelinedRequestsComeOneAfterTheOther) {
 
 struct BadHead {
     std::string wire;
-    std::string message; // exact text
-    enum Kind { Char, Eof, Version } kind;
+    std::string message; // exact text, whose start names the exception
 };
 
-void expectFailure(const BadHead& row, const std::function<void(const std::shared_ptr<IO::IStream>&)>& read) {
+// Reads `row.wire` as a Message, through a buffer and without, expecting the row's failure.
+template <class Message>
+void expectFailure(const BadHead& row, const Reader& reader = {}) {
     for (const bool buffered : {false, true}) {
-        SCOPED_TRACE(buffered ? "buffered" : "plain");
+        SCOPED_TRACE(row.wire + (buffered ? " (buffered)" : " (plain)"));
         std::shared_ptr<IO::IStream> stream = PieceStream::trickle(row.wire, 3);
         if (buffered) stream = std::make_shared<IO::BufferedStream>(stream, 16);
+        std::string kind, text;
         try {
-            read(stream);
+            Message message;
+            readMessage(stream, message, reader);
             ADD_FAILURE() << "no exception";
         } catch (const Parser::UnexpectedCharException& e) {
-            EXPECT_EQ(row.kind, BadHead::Char);
-            EXPECT_EQ(std::string(e.what()), row.message);
+            kind = "Unexpected character |", text = e.what();
         } catch (const Parser::UnexpectedEofException& e) {
-            EXPECT_EQ(row.kind, BadHead::Eof);
-            EXPECT_EQ(std::string(e.what()), row.message);
+            kind = "Unexpected end of data |", text = e.what();
         } catch (const ArgumentException& e) {
-            EXPECT_EQ(row.kind, BadHead::Version);
-            EXPECT_EQ(std::string(e.what()), row.message);
+            kind = "Version: invalid text |", text = e.what();
         }
+        EXPECT_EQ(text, row.message);
+        EXPECT_TRUE(text.starts_with(kind)) << kind;
     }
 }
 
 TEST(Reader, MalformedRequestHeadsFailAtTheOffendingByte) {
     const std::vector<BadHead> rows = {
-        {"GET /index.html HTTP/1.1\r\nHost:example\r\n\r\n", "Unexpected character | char=0x65 | position=31",
-         BadHead::Char},
-        {"GET / HTTP/1.1\r\nX_Custom: 1\r\n\r\n", "Unexpected character | char=0x5f | position=17",
-         BadHead::Char},
-        {"GET / HTTP/1.1\r\nAccept: a\tb\r\n\r\n", "Unexpected character | char=0x9 | position=25",
-         BadHead::Char},
-        {"GET / HTTP/1.1\r\nUser-Agent: caf\xE9\r\n\r\n", "Unexpected character | char=0xe9 | position=31",
-         BadHead::Char},
-        {"GET / HTTP/1.1\r\nX-Long: a\r\n b\r\n\r\n", "Unexpected character | char=0x20 | position=27",
-         BadHead::Char},
-        {"GET / HTTP/1.1\r\nHost\r\n\r\n", "Unexpected character | char=0xd | position=20", BadHead::Char},
-        {"GET / HTTP/1.1\r\n\rX", "Unexpected character | char=0x58 | position=17", BadHead::Char},
-        {"GET / HTTP/1.1\r\nHost: a\rb\r\n\r\n", "Unexpected character | char=0x62 | position=24",
-         BadHead::Char},
-        {"G3T / HTTP/1.1\r\n\r\n", "Unexpected character | char=0x33 | position=1", BadHead::Char},
-        {"GET /a\x01z HTTP/1.1\r\n\r\n", "Unexpected character | char=0x1 | position=6", BadHead::Char},
-        {"GET /caf\xC3\xA9 HTTP/1.1\r\n\r\n", "Unexpected character | char=0xc3 | position=8", BadHead::Char},
-        {"GET / HTTX/1.1\r\n\r\n", "Unexpected character | char=0x58 | position=9", BadHead::Char},
-        {"GET / http/1.1\r\n\r\n", "Unexpected character | char=0x68 | position=6", BadHead::Char},
-        {"GET  / HTTP/1.1\r\n\r\n", "Unexpected character | char=0x2f | position=5", BadHead::Char},
-        {"GET / HTTP/1.1x\r\n\r\n", "Unexpected character | char=0x78 | position=14", BadHead::Char},
-        {"GET / HTTP/1.1\n\n", "Unexpected character | char=0xa | position=14", BadHead::Char},
-        {"GET / HTTP/1.1\rX", "Unexpected character | char=0x58 | position=15", BadHead::Char},
-        {"", "Unexpected end of data | size=0", BadHead::Eof},
-        {"GET / HT", "Unexpected end of data | size=8", BadHead::Eof},
-        {"GET / HTTP/", "Unexpected end of data | size=11", BadHead::Eof},
-        {"GET / HTTP/1.1\r\nHost: a", "Unexpected end of data | size=23", BadHead::Eof},
-        {"GET / HTTP/1.1\r\nHost: a\r\n", "Unexpected end of data | size=25", BadHead::Eof},
-        {"GET / HTTP/1.1\r\n\r", "Unexpected end of data | size=17", BadHead::Eof},
-        {"GET / HTTP/1..1\r\n\r\n", "Version: invalid text | text=1..1", BadHead::Version},
-        {"GET / HTTP/\r\n\r\n", "Version: invalid text | text=", BadHead::Version},
+        {"GET /index.html HTTP/1.1\r\nHost:example\r\n\r\n",
+         "Unexpected character | char=0x65 | position=31"},
+        {"GET / HTTP/1.1\r\nX_Custom: 1\r\n\r\n", "Unexpected character | char=0x5f | position=17"},
+        {"GET / HTTP/1.1\r\nAccept: a\tb\r\n\r\n", "Unexpected character | char=0x9 | position=25"},
+        {"GET / HTTP/1.1\r\nUser-Agent: caf\xE9\r\n\r\n", "Unexpected character | char=0xe9 | position=31"},
+        {"GET / HTTP/1.1\r\nX-Long: a\r\n b\r\n\r\n", "Unexpected character | char=0x20 | position=27"},
+        {"GET / HTTP/1.1\r\nHost\r\n\r\n", "Unexpected character | char=0xd | position=20"},
+        {"GET / HTTP/1.1\r\n\rX", "Unexpected character | char=0x58 | position=17"},
+        {"GET / HTTP/1.1\r\nHost: a\rb\r\n\r\n", "Unexpected character | char=0x62 | position=24"},
+        {"G3T / HTTP/1.1\r\n\r\n", "Unexpected character | char=0x33 | position=1"},
+        {"GET /a\x01z HTTP/1.1\r\n\r\n", "Unexpected character | char=0x1 | position=6"},
+        {"GET /caf\xC3\xA9 HTTP/1.1\r\n\r\n", "Unexpected character | char=0xc3 | position=8"},
+        {"GET / HTTX/1.1\r\n\r\n", "Unexpected character | char=0x58 | position=9"},
+        {"GET / http/1.1\r\n\r\n", "Unexpected character | char=0x68 | position=6"},
+        {"GET  / HTTP/1.1\r\n\r\n", "Unexpected character | char=0x2f | position=5"},
+        {"GET / HTTP/1.1x\r\n\r\n", "Unexpected character | char=0x78 | position=14"},
+        {"GET / HTTP/1.1\n\n", "Unexpected character | char=0xa | position=14"},
+        {"GET / HTTP/1.1\rX", "Unexpected character | char=0x58 | position=15"},
+        {"", "Unexpected end of data | size=0"},
+        {"GET / HT", "Unexpected end of data | size=8"},
+        {"GET / HTTP/", "Unexpected end of data | size=11"},
+        {"GET / HTTP/1.1\r\nHost: a", "Unexpected end of data | size=23"},
+        {"GET / HTTP/1.1\r\nHost: a\r\n", "Unexpected end of data | size=25"},
+        {"GET / HTTP/1.1\r\n\r", "Unexpected end of data | size=17"},
+        {"GET / HTTP/1..1\r\n\r\n", "Version: invalid text | text=1..1"},
+        {"GET / HTTP/\r\n\r\n", "Version: invalid text | text="},
     };
-    for (const BadHead& row : rows) {
-        SCOPED_TRACE(row.wire);
-        expectFailure(row, [](const std::shared_ptr<IO::IStream>& stream) {
-            Request request;
-            Reader().readRequest(stream, request);
-        });
-    }
+    for (const BadHead& row : rows)
+        expectFailure<Request>(row);
 }
 
 TEST(Reader, MalformedStatusLinesFailAtTheOffendingByte) {
     const std::vector<BadHead> rows = {
-        {"ICY 200 OK\r\n\r\n", "Unexpected character | char=0x49 | position=0", BadHead::Char},
-        {"HTTP/1.1 2x0 OK\r\n\r\n", "Unexpected character | char=0x78 | position=10", BadHead::Char},
-        {"HTTP/1.1 200 O\x7FK\r\n\r\n", "Unexpected character | char=0x7f | position=14", BadHead::Char},
-        {"HTTP/1.1 200 OK\tfine\r\n\r\n", "Unexpected character | char=0x9 | position=15", BadHead::Char},
-        {"HTTP/1.1\r\n\r\n", "Unexpected character | char=0xd | position=8", BadHead::Char},
-        {"HTTP/1.1 99999999999 Big\r\n\r\n", "Unexpected character | char=0x39 | position=18", BadHead::Char},
-        {"HTTP/1.1 200 OK\r\nServer : x\r\n\r\n", "Unexpected character | char=0x20 | position=23",
-         BadHead::Char},
-        {"HTTP/1.1 200", "Unexpected end of data | size=12", BadHead::Eof},
-        {"HTTP/1.1.1.1.1 200 OK\r\n\r\n", "Version: invalid text | text=1.1.1.1.1", BadHead::Version},
+        {"ICY 200 OK\r\n\r\n", "Unexpected character | char=0x49 | position=0"},
+        {"HTTP/1.1 2x0 OK\r\n\r\n", "Unexpected character | char=0x78 | position=10"},
+        {"HTTP/1.1 200 O\x7FK\r\n\r\n", "Unexpected character | char=0x7f | position=14"},
+        {"HTTP/1.1 200 OK\tfine\r\n\r\n", "Unexpected character | char=0x9 | position=15"},
+        {"HTTP/1.1\r\n\r\n", "Unexpected character | char=0xd | position=8"},
+        {"HTTP/1.1 99999999999 Big\r\n\r\n", "Unexpected character | char=0x39 | position=18"},
+        {"HTTP/1.1 200 OK\r\nServer : x\r\n\r\n", "Unexpected character | char=0x20 | position=23"},
+        {"HTTP/1.1 200", "Unexpected end of data | size=12"},
+        {"HTTP/1.1.1.1.1 200 OK\r\n\r\n", "Version: invalid text | text=1.1.1.1.1"},
     };
-    for (const BadHead& row : rows) {
-        SCOPED_TRACE(row.wire);
-        expectFailure(row, [](const std::shared_ptr<IO::IStream>& stream) {
-            Response response;
-            Reader().readResponse(stream, response);
-        });
-    }
+    for (const BadHead& row : rows)
+        expectFailure<Response>(row);
 }
 
 TEST(Reader, HeaderLinesFollowTheLetterOfTheGrammar) {
@@ -339,9 +318,8 @@ TEST(Reader, SkippedHeadersAreParsedButNotStored) {
                 ElementsAre(Pair("Host", "example.com"), Pair("cookie", "other spelling is kept")));
 
     // The skipped line still needs its CR LF.
-    expectFailure({"GET / HTTP/1.1\r\nCookie: a\rb\r\n\r\n", "Unexpected character | char=0x62 | position=26",
-                   BadHead::Char},
-                  [&](const std::shared_ptr<IO::IStream>& stream) { reader.readRequest(stream, request); });
+    expectFailure<Request>(
+        {"GET / HTTP/1.1\r\nCookie: a\rb\r\n\r\n", "Unexpected character | char=0x62 | position=26"}, reader);
 }
 
 TEST(Reader, ReadHeadersParsesOneBlockAndAddsToTheHeaders) {

@@ -1,4 +1,5 @@
 #include <Zel/ArgumentException.h>
+#include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
@@ -10,9 +11,7 @@ using namespace Zel::Net::Http;
 namespace {
 
 std::string bodyOf(const Response& response) {
-    Zel::IO::StringStream text;
-    response.body()->copyTo(text);
-    return text.str();
+    return Zel::IO::readAll(*response.body());
 }
 
 Response call(Router& router, const std::string& method, const std::string& target,

@@ -4,6 +4,8 @@
 // that framing a real server would never send can be sent on purpose. Plain POSIX sockets, and
 // OpenSSL's own API for TLS, so that nothing of the client's transport is under test twice.
 
+#include "LoopbackClient.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
@@ -34,25 +36,17 @@ struct SeenRequest {
 
     // The value of the first header line of that name (any case), or nothing.
     std::optional<std::string> header(std::string_view name) const {
-        std::size_t line = head.find("\r\n");
-        while (line != std::string::npos && line + 2 < head.size()) {
-            const std::size_t start = line + 2;
-            line = head.find("\r\n", start);
-            const std::string_view text(head.data() + start,
-                                        (line == std::string::npos ? head.size() : line) - start);
-            const std::size_t colon = text.find(':');
-            if (colon == name.size() &&
-                std::equal(name.begin(), name.end(), text.begin(), [](char a, char b) {
-                    return std::tolower(static_cast<unsigned char>(a)) ==
-                           std::tolower(static_cast<unsigned char>(b));
-                })) {
-                std::string_view value = text.substr(colon + 1);
-                while (!value.empty() && value.front() == ' ')
-                    value.remove_prefix(1);
-                return std::string(value);
-            }
-        }
-        return std::nullopt;
+        // The CR LF before each name keeps the request line and values from matching.
+        std::string lines = "\r\n" + head, wanted = "\r\n" + std::string(name) + ":";
+        for (std::string* text : {&lines, &wanted})
+            std::transform(text->begin(), text->end(), text->begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const std::size_t found = lines.find(wanted);
+        if (found == std::string::npos) return std::nullopt;
+        std::size_t start = found + wanted.size() - 2; // in head, which lacks the leading CR LF
+        while (start < head.size() && head[start] == ' ')
+            ++start;
+        return head.substr(start, head.find("\r\n", start) - start);
     }
 };
 
@@ -78,19 +72,12 @@ public:
 
     // Reads the body the head announces (Content-Length or chunked) into it.
     bool readBody(SeenRequest& request) {
-        if (const auto length = request.header("Content-Length"))
-            return take(std::stoul(*length), request.body);
-        if (request.header("Transfer-Encoding")) {
-            for (;;) {
-                std::string line;
-                if (!takeLine(line)) return false;
-                const std::size_t size = std::stoul(line, nullptr, 16);
-                std::string chunk;
-                if (!take(size, chunk) || !takeLine(line)) return false;
-                if (size == 0) return true;
-                request.body += chunk;
-            }
-        }
+        const auto length = request.header("Content-Length");
+        const bool chunked = !length && request.header("Transfer-Encoding");
+        std::optional<std::size_t> end;
+        while (!(end = bodyEnd(m_pending, 0, chunked, length ? std::stoul(*length) : 0, request.body)))
+            if (!receive()) return false;
+        m_pending.erase(0, *end);
         return true;
     }
 
@@ -117,8 +104,6 @@ public:
         }
     }
 
-    void close() { ::shutdown(m_fd, SHUT_RDWR); }
-
 private:
     bool receive() {
         char buffer[4096];
@@ -126,23 +111,6 @@ private:
             m_ssl ? SSL_read(m_ssl, buffer, sizeof buffer) : ::recv(m_fd, buffer, sizeof buffer, 0);
         if (got <= 0) return false;
         m_pending.append(buffer, static_cast<std::size_t>(got));
-        return true;
-    }
-    bool take(std::size_t count, std::string& out) {
-        while (m_pending.size() < count) {
-            if (!receive()) return false;
-        }
-        out.append(m_pending, 0, count);
-        m_pending.erase(0, count);
-        return true;
-    }
-    bool takeLine(std::string& line) {
-        std::size_t end;
-        while ((end = m_pending.find("\r\n")) == std::string::npos) {
-            if (!receive()) return false;
-        }
-        line = m_pending.substr(0, end);
-        m_pending.erase(0, end + 2);
         return true;
     }
 

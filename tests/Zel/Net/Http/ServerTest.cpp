@@ -1,6 +1,7 @@
+#include "../../IO/TestStreams.h"
 #include "LoopbackClient.h"
 
-#include <Zel/IO/AbstractStream.h>
+#include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/Net/Http/IRequestHandler.h>
 #include <Zel/Net/Http/Request.h>
@@ -8,7 +9,6 @@
 #include <Zel/Net/Http/Server.h>
 #include <Zel/Tasks/Manager.h>
 #include <Zel/Tasks/Queue.h>
-#include <cstring>
 #include <dirent.h>
 #include <fstream>
 #include <future>
@@ -20,23 +20,6 @@ using Zel::Net::Http::Testing::waitUntil;
 using namespace std::chrono_literals;
 
 namespace {
-
-// A body whose length nobody knows in advance, as a generated or streamed one would be.
-class UnknownLengthStream : public Zel::IO::AbstractStream {
-public:
-    explicit UnknownLengthStream(std::string text) : m_text(std::move(text)) {}
-    std::size_t read(void* buffer, std::size_t size) override {
-        const std::size_t taken = std::min({size, m_text.size() - m_position, std::size_t(1000)});
-        std::memcpy(buffer, m_text.data() + m_position, taken);
-        m_position += taken;
-        return taken;
-    }
-    std::uint32_t capabilities() const override { return Readable; }
-
-private:
-    std::string m_text;
-    std::size_t m_position = 0;
-};
 
 class FunctionHandler : public IRequestHandler {
 public:
@@ -51,13 +34,10 @@ private:
 std::shared_ptr<IRequestHandler> echo() {
     return std::make_shared<FunctionHandler>([](Request& request, Response& response) {
         std::string text = request.method() + " " + request.requestUri();
-        if (request.hasBody()) {
-            Zel::IO::StringStream body;
-            request.body()->copyTo(body);
-            text += " " + body.str();
-        }
+        if (request.hasBody()) text += " " + Zel::IO::readAll(*request.body());
+        // A body whose length nobody knows in advance, as a generated or streamed one would be.
         if (request.requestUri() == "/stream")
-            response.setBody(std::make_shared<UnknownLengthStream>(std::string(5000, 's')));
+            response.setBody(Zel::IO::Testing::PieceStream::trickle(std::string(5000, 's'), 1000));
         else if (request.requestUri() == "/huge")
             response.setBody(std::make_shared<Zel::IO::StringStream>(std::string(64 << 20, 'h')));
         else
@@ -86,29 +66,26 @@ std::size_t openFileDescriptors() {
     return count;
 }
 
-TEST(HttpServer, LimitsOnHeadAndBodyAnswerTheirStatusAndClose) {
+// The body limit and malformed heads are rows of SmugglingTest's table, on the same server code.
+TEST(HttpServer, HeadsOverTheLimitsAnswer431AndClose) {
     Server server(echo(), shortTimeouts());
     server.start();
     std::string manyHeaders = "GET / HTTP/1.1\r\n";
     for (int i = 0; i < 11; ++i)
         manyHeaders += "X-" + std::to_string(i) + ": y\r\n";
-    const struct {
-        const char* name;
-        std::string wire;
-        int status;
-    } cases[] = {
-        {"head over the size cap", "GET /" + std::string(1100, 'a') + " HTTP/1.1\r\n\r\n", 431},
-        {"head never ending within the cap", "GET / HTTP/1.1\r\nX: " + std::string(2000, 'a'), 431},
-        {"too many header lines", manyHeaders + "\r\n", 431},
-        {"body over the limit", "POST / HTTP/1.1\r\nContent-Length: 101\r\n\r\n", 413},
-        {"malformed header line", "GET / HTTP/1.1\r\nHost:x\r\n\r\n", 400},
+    const std::vector<std::pair<const char*, std::string>> cases = {
+        {"head over the size cap", "GET /" + std::string(1100, 'a') + " HTTP/1.1\r\n\r\n"},
+        {"head never ending within the cap", "GET / HTTP/1.1\r\nX: " + std::string(2000, 'a')},
+        {"too many header lines", manyHeaders + "\r\n"},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, wire] : cases) {
+        SCOPED_TRACE(name);
         LoopbackClient client(server.port());
-        client.send(row.wire);
+        client.send(wire);
         const auto answer = client.readResponse();
-        EXPECT_EQ(answer.status, row.status);
+        // The status table has no text for 431: the server names it itself.
+        EXPECT_EQ(answer.head.substr(0, answer.head.find("\r\n")),
+                  "HTTP/1.1 431 Request Header Fields Too Large");
         EXPECT_TRUE(answer.connectionClose);
         client.receiveUntilClosed();
         EXPECT_TRUE(client.closed());

@@ -1,7 +1,5 @@
 #include <Zel/Net/Http/Status.h>
-
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
@@ -69,18 +67,11 @@ TEST(Status, HoldsEveryTextExactly) {
         SCOPED_TRACE(code);
         EXPECT_EQ(Status::text(code), text);
     }
-    // Nothing more than those 54 codes.
+    // Nothing more than those 54 codes: the neighbours 299, 306, 508, 600, 0 and negatives have no text.
     int known = 0;
     for (int code = -1000; code < 2000; ++code)
         known += Status::text(code).empty() ? 0 : 1;
     EXPECT_EQ(known, static_cast<int>(table.size()));
-}
-
-TEST(Status, CodesOutsideTheTableHaveNoText) {
-    for (const int code : {306, 508, 299, 0, 600, -200}) {
-        SCOPED_TRACE(code);
-        EXPECT_EQ(Status::text(code), "");
-    }
 }
 
 } // namespace

@@ -1,5 +1,3 @@
-#include <Zel/Net/Http/Writer.h>
-
 #include "../../IO/TestStreams.h"
 #include "SampleMessages.h"
 
@@ -13,9 +11,8 @@
 #include <Zel/Net/Http/Request.h>
 #include <Zel/Net/Http/Response.h>
 #include <Zel/Net/Http/Utils.h>
-
+#include <Zel/Net/Http/Writer.h>
 #include <gtest/gtest.h>
-
 #include <string>
 
 namespace Zel::Net::Http {
@@ -24,51 +21,43 @@ namespace {
 using IO::Testing::PieceSink;
 using IO::Testing::PieceStream;
 
-TEST(Writer, WritesTheRequestHeadThenTheBody) {
-    Request request(Method::POST, "/api/v1/orders");
-    request.headers().clear();
-    request.headers().set("Host", "api.example.com");
-    request.setBodyJson(Samples::orderJson);
-    const std::string wire = Utils::dump(request);
-    const std::string head = wire.substr(0, wire.find("\r\n") + 2);
-    EXPECT_EQ(head, "POST /api/v1/orders HTTP/1.1\r\n");
-    const std::string expected = head + request.headers().toString() + "\r\n" + Samples::orderJson;
-    EXPECT_EQ(wire, expected);
-    EXPECT_NE(wire.find("Content-Length: " + std::to_string(Samples::orderJson.size()) + "\r\n"),
-              std::string::npos);
-    EXPECT_NE(wire.find("Content-Type: application/json\r\n"), std::string::npos);
-}
-
-TEST(Writer, WritesOnlyTheHeadersTheMessageHolds) {
-    Request request(Method::GET, "/");
-    request.headers().clear();
-    request.setVersion(Version(1, 0, 7));
-    EXPECT_EQ(Utils::dump(request), "GET / HTTP/1.0\r\n\r\n");
-
+TEST(Writer, WritesTheStartLineAndOnlyTheHeadersTheMessageHoldsThenTheBody) {
+    Request post(Method::POST, "/api/v1/orders");
+    post.headers().clear();
+    post.headers().set("Host", "api.example.com");
+    post.setBodyJson(Samples::orderJson);
+    Request old(Method::GET, "/");
+    old.headers().clear();
+    old.setVersion(Version(1, 0, 7));
     Request lower(Method::GET, "/x");
     lower.headers().clear();
-    lower.headers().set("content-length", 0);
-    lower.headers().set("Content-Length", 0);
-    EXPECT_EQ(Utils::dump(lower), "GET /x HTTP/1.1\r\ncontent-length: 0\r\n\r\n");
-}
-
-TEST(Writer, AnEmptyReasonPhraseLeavesTheSpace) {
-    Response response;
-    response.setStatusCode(299, true);
-    response.headers().clear();
-    IO::StringStream wire;
-    Writer().writeResponse(wire, response);
-    EXPECT_EQ(wire.str(), "HTTP/1.1 299 \r\n\r\n");
-}
-
-TEST(Writer, DumpOfAResponseAttachesTheBody) {
-    Response response(404);
-    response.headers().clear();
-    response.headers().set("Content-Type", "text/plain");
-    const std::string wire = Utils::dump(response, "no such page");
-    EXPECT_EQ(response.headers().contentLength(), 12);
-    const std::string headers = response.headers().toString();
-    EXPECT_EQ(wire, "HTTP/1.1 404 Not Found\r\n" + headers + "\r\nno such page");
+    lower.headers().set("content-length", 0).set("Content-Length", 0);
+    Response odd;
+    odd.setStatusCode(299, true);
+    odd.headers().clear();
+    IO::StringStream oddWire;
+    Writer().writeResponse(oddWire, odd);
+    Response notFound(404);
+    notFound.headers().clear();
+    notFound.headers().set("Content-Type", "text/plain");
+    const struct {
+        const char* name;
+        std::string wire;
+        std::string expected;
+    } rows[] = {
+        {"request with a body", Utils::dump(post),
+         "POST /api/v1/orders HTTP/1.1\r\nHost: api.example.com\r\nContent-Length: " +
+             std::to_string(Samples::orderJson.size()) + "\r\nContent-Type: application/json\r\n\r\n" +
+             Samples::orderJson},
+        {"no headers, the version's third number left out", Utils::dump(old), "GET / HTTP/1.0\r\n\r\n"},
+        {"a name in its first spelling", Utils::dump(lower), "GET /x HTTP/1.1\r\ncontent-length: 0\r\n\r\n"},
+        {"an empty reason phrase leaves the space", oddWire.str(), "HTTP/1.1 299 \r\n\r\n"},
+        {"dump attaches the body", Utils::dump(notFound, "no such page"),
+         "HTTP/1.1 404 Not Found\r\nContent-Type: text/plain\r\nContent-Length: 12\r\n\r\nno such page"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.wire, row.expected) << row.name;
+    EXPECT_EQ(notFound.headers().contentLength(), 12);
 }
 
 TEST(Writer, TheHeadGoesOutInOneWriteAndTheBodyFollows) {
