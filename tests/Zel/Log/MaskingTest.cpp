@@ -1,9 +1,7 @@
-#include <Zel/Log/Masking.h>
-
 #include "TestSupport.h"
 
+#include <Zel/Log/Masking.h>
 #include <gtest/gtest.h>
-
 #include <random>
 #include <regex>
 #include <string>
@@ -23,13 +21,6 @@ std::string maskWithRegex(const std::string& text) {
 const char* const keys[] = {"communityRead", "communityWrite", "pwd",         "password",
                             "pin",           "pinCard",        "refreshToken"};
 
-TEST(Masking, PasswordValueBecomesAsterisksAndOtherKeysStay) {
-    EXPECT_EQ(hidePrivateStringInJson(R"({"password":"abc"})"), R"({"password":"****"})");
-    EXPECT_EQ(hidePrivateStringInJson(R"({"user":"abc"})"), R"({"user":"abc"})");
-    EXPECT_EQ(hidePrivateStringInJson(R"({"user":"bob","password":"abc","port":8080})"),
-              R"({"user":"bob","password":"****","port":8080})");
-}
-
 TEST(Masking, EveryKeyInBothQuoteStyles) {
     for (const std::string key : keys) {
         SCOPED_TRACE(key);
@@ -42,12 +33,16 @@ TEST(Masking, EveryKeyInBothQuoteStyles) {
     }
 }
 
-TEST(Masking, KeysThatMerelyEndInAListedWordAreMaskedToo) {
+// Each row is masked as given and exactly as the regular expression does.
+TEST(Masking, ChosenTextsAreMaskedExactlyAsTheExpressionDoes) {
     struct Row {
         const char* input;
         const char* expected;
     };
     const Row rows[] = {
+        {R"({"user":"bob","password":"abc","port":8080})", R"({"user":"bob","password":"****","port":8080})"},
+        {R"({"user":"abc"})", R"({"user":"abc"})"},
+        // Keys that merely end in a listed word are masked too.
         {R"({"mypassword":"x"})", R"({"mypassword":"****"})"},
         {R"({"userPwd":"x"})", R"({"userPwd":"x"})"},      // "Pwd" differs in case: not masked...
         {R"({"adminpwd":"x"})", R"({"adminpwd":"****"})"}, // ...but a lower-case ending is
@@ -57,20 +52,6 @@ TEST(Masking, KeysThatMerelyEndInAListedWordAreMaskedToo) {
         {R"({"passwordHint":"x"})", R"({"passwordHint":"x"})"}, // the key must be followed by its quote
         {R"({"pinCode":"1"})", R"({"pinCode":"1"})"},
         {R"({"PASSWORD":"x"})", R"({"PASSWORD":"x"})"}, // case-sensitive
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.input);
-        EXPECT_EQ(hidePrivateStringInJson(row.input), row.expected);
-        EXPECT_EQ(hidePrivateStringInJson(row.input), maskWithRegex(row.input));
-    }
-}
-
-TEST(Masking, EdgesOfTheExpression) {
-    struct Row {
-        const char* input;
-        const char* expected;
-    };
-    const Row rows[] = {
         // White space around the colon is dropped by the replacement.
         {"{\"pwd\" :\t \"x\"}", R"({"pwd":"****"})"},
         {"{\"pwd\"\n:\n\"x\"}", R"({"pwd":"****"})"},
