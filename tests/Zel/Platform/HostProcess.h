@@ -5,6 +5,7 @@
 // standard error on the same pipe, for tests that read what it logs (an HTTP host's port).
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -12,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -86,6 +88,18 @@ public:
     std::string call(const std::string& line) {
         send(line);
         return readLine();
+    }
+
+    // Repeats the call until it gets `reply`, for work the host does later (a task, an idle
+    // timeout) that no reply announces; false when the reply has not come within the limit.
+    bool awaitReply(const std::string& line, const std::string& reply,
+                    std::chrono::seconds limit = std::chrono::seconds(20)) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (call(line) != reply) {
+            if (std::chrono::steady_clock::now() >= deadline) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
     }
 
     void kill() {

@@ -148,11 +148,8 @@ TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
             R"({"queue":"default","delayMs":50,"reference":"r","callback":{"service":"zel-probe","operation":"call",)"
             R"("params":{"service":"DataStore","operation":"setKey","params":{"key":"fired","value":1}}}})")),
         R"({"data":{"existingTask":false,"taskId":1},"result":0})");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (host.call(R"(DataStore.getKey {"key":"fired"})") != R"({"data":1,"result":0})") {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the task never fired";
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    ASSERT_TRUE(host.awaitReply(R"(DataStore.getKey {"key":"fired"})", R"({"data":1,"result":0})"))
+        << "the task never fired";
 
     // A transaction left open at exit is rolled back.
     EXPECT_EQ(host.call(viaB("DataStore", "beginTransaction", "{}")), R"({"data":3,"result":0})");
@@ -181,11 +178,8 @@ TEST_F(HostServicesTest, AnIdleTransactionIsRolledBack) {
     EXPECT_EQ(host.call(viaA("DataStore", "beginTransaction", "{}")), R"({"data":1,"result":0})");
     EXPECT_EQ(host.call(viaA("DataStore", "setKey", R"({"key":"idle","value":1,"transactionId":1})")),
               R"({"data":null,"result":0})");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (host.call("DataStore.openTransactions {}") != R"({"data":0,"result":0})") {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the idle transaction stayed";
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    ASSERT_TRUE(host.awaitReply("DataStore.openTransactions {}", R"({"data":0,"result":0})"))
+        << "the idle transaction stayed";
     EXPECT_EQ(host.call(viaA("DataStore", "getKey", R"({"key":"idle","transactionId":1})")),
               error("Unknown transaction | transactionId=1", "unknownTransaction", "DataStore", "getKey"));
     EXPECT_EQ(host.call(R"(DataStore.getKey {"key":"idle"})"), R"({"data":null,"result":0})");
@@ -235,8 +229,7 @@ TEST_F(HostServicesTest, BadConfigurationAndModulesAreReportedByName) {
          {},
          2,
          "zel-host: Config: applies to the embedded database only, not to database.connection (set it on the "
-         "database "
-         "itself) | path=database.forcedWrites | source=" +
+         "database itself) | path=database.forcedWrites | source=" +
              path("contradictory.json")},
         {"bad --set",
          {"--set", "threads"},
