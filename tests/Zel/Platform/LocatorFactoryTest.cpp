@@ -1,5 +1,6 @@
+#include "TestHost.h"
+
 #include <Zel/Factory.h>
-#include <Zel/GenericException.h>
 #include <Zel/NoFactoryException.h>
 #include <Zel/ServiceLocator.h>
 #include <gtest/gtest.h>
@@ -18,15 +19,6 @@ struct Engine {
     int power = 7;
 };
 
-template <class F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const Zel::GenericException& error) {
-        return error.what();
-    }
-    return "no exception";
-}
 } // namespace
 
 TEST(ServiceLocatorTest, AddGetAndDuplicates) {

@@ -31,16 +31,6 @@ std::string invalidOperation(const char* function) {
     return std::string("Invalid operation | func=") + function + " | file=Zel/Platform/Plugin | line=";
 }
 
-template <class F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "no exception";
-}
-
 std::shared_ptr<Plugin> configured() {
     auto plugin = std::make_shared<Plugin>();
     plugin->setName("P").setDescription("A test plug-in");

@@ -1,5 +1,4 @@
 #include <Zel/InvalidOperationException.h>
-#include <Zel/Json/Array.h>
 #include <Zel/Json/Json.h>
 #include <Zel/Json/ParserException.h>
 #include <Zel/Platform/Service.h>
@@ -23,7 +22,7 @@ public:
     std::string toJson() const override { return "[1,2]"; }
 };
 
-// Exposes the protected declaration and reply builders to the tests.
+// Exposes the protected declaration to the tests.
 class TestService : public Zel::Platform::Service {
 public:
     TestService() : Service("Test") {
@@ -37,8 +36,6 @@ public:
         addOperation("raw", [](const std::string& params) { return Variant("raw:" + params); });
     }
     using Service::addOperation;
-    using Service::resultSuccess;
-    using Service::resultSuccessJson;
 };
 
 } // namespace
@@ -66,15 +63,6 @@ TEST(ServiceTest, TypedHandlersBuildTheirReplies) {
     ASSERT_TRUE(jsonable.isString());
     EXPECT_EQ(static_cast<std::string>(jsonable), R"({"result":0,"data":[1,2]})");
     EXPECT_EQ(static_cast<std::string>(service.call("raw", "{\"k\":1}")), "raw:{\"k\":1}");
-}
-
-TEST(ServiceTest, ReplyBuilders) {
-    EXPECT_EQ(TestService::resultSuccess().toJson(), R"({"result":0})");
-    EXPECT_EQ(TestService::resultSuccess(Variant(5)).toJson(), R"({"data":5,"result":0})");
-    EXPECT_EQ(static_cast<std::string>(TestService::resultSuccessJson("[1,2]")),
-              R"({"result":0,"data":[1,2]})");
-    EXPECT_EQ(static_cast<std::string>(TestService::resultSuccessJson(Zel::Json::Array().add(Variant(1)))),
-              R"({"result":0,"data":[1]})");
 }
 
 TEST(ServiceTest, MalformedParamsAndHandlerErrorsLeaveCallUnchanged) {
