@@ -52,12 +52,12 @@ private:
     Handler m_handler;
 };
 
-// The text of what `f` throws, or "no exception".
-template <class F>
+// The text of what `f` throws, or "no exception"; an exception of another type fails the test.
+template <class Exception = std::exception, class F>
 std::string messageOf(F&& f) {
     try {
         f();
-    } catch (const std::exception& error) {
+    } catch (const Exception& error) {
         return error.what();
     }
     return "no exception";
