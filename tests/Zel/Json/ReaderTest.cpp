@@ -207,6 +207,10 @@ TEST(JsonReader, FloatsMatchFromCharsToTheLastBit) {
         "0e500",
         "-0e-500",
         "00000000000000000000000000000.5",
+        // An explicit plus sign in the exponent, as the writer spells large and small values.
+        "1e+21",
+        "1e+300",
+        "5e-324",
     };
     for (const char* text : cases) {
         SCOPED_TRACE(text);
