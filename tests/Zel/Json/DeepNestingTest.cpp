@@ -123,12 +123,9 @@ TEST(DeepNesting, DeepArraysAreReadWrittenCopiedAndReleased) {
         // Vectors have no equality, at any depth.
         EXPECT_THROW(static_cast<void>(copy == Zel::Json::parse(text)),
                      Zel::VariantInvalidOperationException);
+        // White space between the levels is not kept.
+        EXPECT_EQ(Zel::Json::parse(nestedArrays("[\n ", "\t]\r\n")).toJson(), text);
     });
-}
-
-TEST(DeepNesting, SpacedDeepArraysAreWrittenCompact) {
-    const std::string spaced = nestedArrays("[\n ", "\t]\r\n");
-    runOnDefaultStack([&] { EXPECT_EQ(Zel::Json::parse(spaced).toJson(), nestedArrays()); });
 }
 
 TEST(DeepNesting, DeepObjectsAreReadWrittenComparedAndReleased) {
