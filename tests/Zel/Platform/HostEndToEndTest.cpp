@@ -19,21 +19,17 @@ struct HostRun {
     std::string errors;             // standard error
 };
 
-// Runs the host to its end with `input` as its standard input. The arguments are separated by
-// spaces; no test needs a space inside one.
+// Runs the host to its end with `input` as its standard input.
 HostRun runHost(const std::string& arguments, const std::string& input = {}) {
-    std::vector<std::string> words;
-    std::istringstream split(arguments);
-    for (std::string word; split >> word;)
-        words.push_back(word);
+    std::vector<std::string> list = words(arguments);
     // CTest runs the tests of this file as parallel processes: each needs files of its own.
     const std::string prefix = ::testing::TempDir() + "zel-host-" + std::to_string(getpid());
     const std::string errorFile = prefix + "-errors.txt";
     // Each run on a database of its own, gone afterwards.
-    words.insert(words.end(), {"--data", prefix + "-data"});
+    list.insert(list.end(), {"--data", prefix + "-data"});
     HostRun run;
     {
-        HostProcess host(words, {}, errorFile);
+        HostProcess host(list, {}, errorFile);
         if (!input.empty()) host.send(input);
         run.status = host.finish(&run.lines);
     }

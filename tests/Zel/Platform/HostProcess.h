@@ -10,12 +10,23 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+// "a b c" as {"a", "b", "c"}: arguments or environment entries written as one line, where none has a
+// space of its own.
+inline std::vector<std::string> words(const std::string& text) {
+    std::vector<std::string> list;
+    std::istringstream split(text);
+    for (std::string word; split >> word;)
+        list.push_back(word);
+    return list;
+}
 
 class HostProcess {
 public:

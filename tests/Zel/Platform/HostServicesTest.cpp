@@ -196,70 +196,42 @@ TEST_F(HostServicesTest, BadConfigurationAndModulesAreReportedByName) {
         << R"({"plugins": ["/nonexistent/zel-x.so", ")" << ZEL_PROBE_MODULE_PATH << R"("]})";
     const struct {
         std::string name;
-        std::vector<std::string> arguments;
-        std::vector<std::string> environment;
+        std::string arguments;   // words
+        std::string environment; // words
         int status;
         std::string message;
     } cases[] = {
-        {"malformed",
-         {"--config", path("malformed.json")},
-         {},
-         2,
+        {"malformed", "--config " + path("malformed.json"), "", 2,
          "zel-host: Config: malformed JSON | error=Unexpected end | source=" + path("malformed.json")},
-        {"wrong type",
-         {"--config", path("types.json")},
-         {},
-         2,
+        {"wrong type", "--config " + path("types.json"), "", 2,
          "zel-host: Config: expected an integer | found=\"four\" | path=threads | source=" +
              path("types.json")},
-        {"environment",
-         {},
-         {"ZEL_THREADS=0"},
-         2,
+        {"environment", "", "ZEL_THREADS=0", 2,
          "zel-host: Config: out of range | expected=1..256 | found=0 | path=threads | source=environment "
          "ZEL_THREADS"},
-        {"module twice",
-         {"--config", path("twice.json")},
-         {},
-         2,
+        {"module twice", "--config " + path("twice.json"), "", 2,
          "zel-host: Config: a module is listed twice | module=" + std::string(ZEL_PROBE_MODULE_PATH) +
              " | path=plugins | source=" + path("twice.json")},
-        {"contradictory",
-         {"--config", path("contradictory.json")},
-         {},
-         2,
+        {"contradictory", "--config " + path("contradictory.json"), "", 2,
          "zel-host: Config: applies to the embedded database only, not to database.connection (set it on the "
          "database itself) | path=database.forcedWrites | source=" +
              path("contradictory.json")},
-        {"bad --set",
-         {"--set", "threads"},
-         {},
-         2,
-         "zel-host: Config: expected path=value | argument=threads"},
-        {"missing module, the other runs",
-         {"--config", path("missing.json")},
-         {},
-         1,
+        {"bad --set", "--set threads", "", 2, "zel-host: Config: expected path=value | argument=threads"},
+        {"missing module, the other runs", "--config " + path("missing.json"), "", 1,
          "zel-host: cannot load plug-in module /nonexistent/zel-x.so: "},
-        {"refused init",
-         {ZEL_PROBE_MODULE_PATH},
-         {"ZEL_PROBE_REFUSE_INIT=1"},
-         2,
+        {"refused init", ZEL_PROBE_MODULE_PATH, "ZEL_PROBE_REFUSE_INIT=1", 2,
          "zel-host: plug-in module " + std::string(ZEL_PROBE_MODULE_PATH) +
              " refused init: Probe refuses init"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         std::filesystem::remove(path("errors.txt"));
-        std::vector<std::string> arguments = c.arguments;
-        arguments.insert(arguments.end(), {"--data", path("data")});
-        HostProcess host(arguments, c.environment, path("errors.txt"));
+        HostProcess host(words(c.arguments + " --data " + path("data")), words(c.environment),
+                         path("errors.txt"));
         if (c.status == 1) {
             EXPECT_EQ(Zel::Json::parse(host.readLine())["data"]["name"], Zel::Variant("zel-probe"));
-            EXPECT_EQ(
-                host.call("zel-probe.call "
-                          "{\"service\":\"DataStore\",\"operation\":\"getKey\",\"params\":{\"key\":\"k\"}}"),
-                R"({"data":null,"result":0})");
+            EXPECT_EQ(host.call(viaA("DataStore", "getKey", R"({"key":"k"})")),
+                      R"({"data":null,"result":0})");
         }
         EXPECT_EQ(host.finish(), c.status);
         EXPECT_NE(errors().find(c.message), std::string::npos) << errors();
