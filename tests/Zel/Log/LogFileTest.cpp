@@ -18,14 +18,6 @@ using ::testing::HasSubstr;
 using Testing::readFile;
 using Testing::TempDir;
 
-// Collects what a sink reports about its failures.
-struct Failures {
-    std::vector<std::string> messages;
-    void attach(BaseSink& sink) {
-        sink.setErrorHandler([this](const std::string& message) { messages.push_back(message); });
-    }
-};
-
 // The number after "record " in each line, to check order and completeness.
 std::vector<int> recordNumbers(const std::string& text) {
     std::vector<int> numbers;
@@ -196,15 +188,15 @@ TEST(LogFile, DiskFullIsReportedOnceAndTheCallerCarriesOn) {
         LogFile::Options options;
         options.flushLevel = flushLevel;
         options.bufferSize = 256;
-        Failures failures;
+        std::vector<std::string> failures;
         {
             LogFile log("/dev/full", options);
-            failures.attach(log);
+            log.setErrorHandler([&](const std::string& message) { failures.push_back(message); });
             for (int i = 0; i < 100; ++i)
                 EXPECT_NO_THROW(log.error("record " + std::to_string(i)));
             EXPECT_NO_THROW(log.flush());
         }
-        EXPECT_THAT(failures.messages,
+        EXPECT_THAT(failures,
                     ElementsAre("Log file: write failed | path=/dev/full | error=No space left on device"));
     }
 }
@@ -214,9 +206,9 @@ TEST(LogFile, RemovedFileOrDirectoryIsReportedOnceAndOpenedAgain) {
     const auto path = dir / "logs" / "app.log";
     LogFile::Options options;
     options.existenceCheckInterval = std::chrono::milliseconds(0);
-    Failures failures;
+    std::vector<std::string> failures;
     LogFile log(path, options);
-    failures.attach(log);
+    log.setErrorHandler([&](const std::string& message) { failures.push_back(message); });
     log.info("record 1");
     std::filesystem::remove_all(dir / "logs");
     // Make the directory impossible to recreate: a plain file takes its name.
@@ -228,13 +220,13 @@ TEST(LogFile, RemovedFileOrDirectoryIsReportedOnceAndOpenedAgain) {
     EXPECT_THAT(recordNumbers(readFile(path)), ElementsAre(5));
     // One report for the outage, none for every record lost during it.
     const std::string removed = "Log file: file removed, opening it again | path=" + path.string();
-    EXPECT_THAT(failures.messages, ElementsAre(removed));
+    EXPECT_THAT(failures, ElementsAre(removed));
     // A new failure after recovery is reported again, and the file is opened again for the rest.
     std::filesystem::remove(path);
     log.info("record 6");
     log.info("record 7");
     EXPECT_THAT(recordNumbers(readFile(path)), ElementsAre(6, 7));
-    EXPECT_THAT(failures.messages, ElementsAre(removed, removed));
+    EXPECT_THAT(failures, ElementsAre(removed, removed));
 }
 
 TEST(LogFile, ReopenStartsANewFileAfterAnOutsideMove) {
