@@ -65,7 +65,7 @@ TEST(ServiceTest, TypedHandlersBuildTheirReplies) {
     EXPECT_EQ(static_cast<std::string>(service.call("raw", "{\"k\":1}")), "raw:{\"k\":1}");
 }
 
-TEST(ServiceTest, MalformedParamsAndHandlerErrorsLeaveCallUnchanged) {
+TEST(ServiceTest, ParserAndHandlerErrorsPassUnchangedAndUnknownOperationsAreNamed) {
     TestService service;
     EXPECT_THROW(service.call("sum", "{\"a\":"), Zel::Json::ParserException);
     try {
@@ -75,10 +75,6 @@ TEST(ServiceTest, MalformedParamsAndHandlerErrorsLeaveCallUnchanged) {
         EXPECT_EQ(error.message(), "Bad thing | x=1");
         EXPECT_EQ(error.errorRef(), "bad");
     }
-}
-
-TEST(ServiceTest, UnknownOperationNamesServiceAndOperation) {
-    TestService service;
     try {
         service.call("Sum", "{}"); // names are case-sensitive
         FAIL();
