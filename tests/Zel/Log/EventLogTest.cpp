@@ -1,3 +1,5 @@
+#include "TestSupport.h"
+
 #include <Zel/Log/EventLog.h>
 #include <Zel/NotSupportedException.h>
 #include <gtest/gtest.h>
@@ -68,12 +70,8 @@ TEST(EventLog, ReportingToTheRealSystemLogNeverFails) {
 
 TEST(EventLog, ExportIsAWindowsFeature) {
     EventLog log;
-    try {
-        log.exportEvents("events.evtx");
-        ADD_FAILURE() << "no exception";
-    } catch (const NotSupportedException& e) {
-        EXPECT_EQ(e.message(), "Event log: export not supported on this platform");
-    }
+    EXPECT_EQ(Testing::messageOf<NotSupportedException>([&] { log.exportEvents("events.evtx"); }),
+              "Event log: export not supported on this platform");
 }
 
 } // namespace

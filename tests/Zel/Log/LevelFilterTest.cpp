@@ -1,3 +1,5 @@
+#include "TestSupport.h"
+
 #include <Zel/ArgumentException.h>
 #include <Zel/Log/LevelFilter.h>
 #include <Zel/Log/LogString.h>
@@ -111,12 +113,8 @@ TEST(LevelFilter, FiltersCanBeStacked) {
 }
 
 TEST(LevelFilter, RejectsMissingInnerLog) {
-    try {
-        LevelFilter filter(nullptr, Level::Info);
-        ADD_FAILURE() << "no exception";
-    } catch (const ArgumentException& e) {
-        EXPECT_EQ(e.message(), "Log level filter: inner log missing");
-    }
+    EXPECT_EQ(Testing::messageOf<ArgumentException>([] { LevelFilter filter(nullptr, Level::Info); }),
+              "Log level filter: inner log missing");
 }
 
 } // namespace

@@ -90,13 +90,8 @@ TEST(LogFile, AppendsToAnExistingFileAndCreatesMissingDirectories) {
 
 TEST(LogFile, ConstructorThrowsWhenTheFileCannotBeOpened) {
     TempDir dir;
-    try {
-        LogFile log(dir.path()); // a directory
-        ADD_FAILURE() << "no exception";
-    } catch (const GenericException& e) {
-        EXPECT_EQ(e.message(),
-                  "Log file: cannot open | path=" + dir.path().string() + " | error=Is a directory");
-    }
+    EXPECT_EQ(Testing::messageOf<GenericException>([&] { LogFile log(dir.path()); }), // a directory
+              "Log file: cannot open | path=" + dir.path().string() + " | error=Is a directory");
 }
 
 TEST(LogFile, BufferedRecordsWaitForTheFlushLevel) {
