@@ -150,13 +150,10 @@ void expectDepartures(const std::vector<Case>& cases, bool suiteAccepts,
     }
 }
 
-TEST(JsonTestSuite, FindsAllThreeKindsOfCases) {
+TEST(JsonTestSuite, FindsAllThreeKindsOfCasesAndThePinnedOnes) {
     EXPECT_EQ(loadCases("y_").size(), 95u);
     EXPECT_EQ(loadCases("n_").size(), 188u);
     EXPECT_EQ(loadCases("i_").size(), 35u);
-}
-
-TEST(JsonTestSuite, PinnedCasesExist) {
     for (const auto* pinned : {&acceptedInvalidCases, &refusedValidCases}) {
         for (const auto& [name, reason] : *pinned) {
             EXPECT_TRUE(fs::exists(suiteDirectory() / name))

@@ -24,7 +24,7 @@ struct Accepted {
     std::string json; // the value written back
 };
 
-TEST(JsonReader, ReadsScalarsIntoTheirTags) {
+TEST(JsonReader, ReadsEachTextIntoItsTagAndWritesItBack) {
     const Accepted cases[] = {
         {"null", Type::Null, "null"},
         {"true", Type::Bool, "true"},
@@ -47,6 +47,19 @@ TEST(JsonReader, ReadsScalarsIntoTheirTags) {
         {"\"\"", Type::String, "\"\""},
         {"\"a\\\"b\"", Type::String, "\"a\\\"b\""},
         {"  \t\r\n 7 ", Type::Int32, "7"},
+        // Text after the first value is ignored.
+        {"1 2", Type::Int32, "1"},
+        {"{} garbage", Type::Map, "{}"},
+        {"\"x\"]", Type::String, "\"x\""},
+        // Trailing commas are accepted.
+        {"[1,2,]", Type::Vector, "[1,2]"},
+        {"{\"a\":1,}", Type::Map, "{\"a\":1}"},
+        {"[ ]", Type::Vector, "[]"},
+        {"{ }", Type::Map, "{}"},
+        // A repeated key keeps the last value; objects come out in byte order.
+        {R"({"k":1,"a":0,"k":2,"k":3})", Type::Map, R"({"a":0,"k":3})"},
+        {R"({"b":1,"a":{"z":0,"Z":1},"\u00e9":2,"B":3})", Type::Map,
+         "{\"B\":3,\"a\":{\"Z\":1,\"z\":0},\"b\":1,\"\xC3\xA9\":2}"},
     };
     for (const Accepted& row : cases) {
         SCOPED_TRACE(row.text);
@@ -56,31 +69,6 @@ TEST(JsonReader, ReadsScalarsIntoTheirTags) {
     }
 }
 
-TEST(JsonReader, IgnoresTextAfterTheFirstValue) {
-    EXPECT_EQ(Zel::Json::parse("1 2"), Variant(1));
-    EXPECT_EQ(Zel::Json::parse("{} garbage").toJson(), "{}");
-    EXPECT_EQ(Zel::Json::parse("\"x\"]").toJson(), "\"x\"");
-}
-
-TEST(JsonReader, AcceptsTrailingCommas) {
-    EXPECT_EQ(Zel::Json::parse("[1,2,]").toJson(), "[1,2]");
-    EXPECT_EQ(Zel::Json::parse("[1,2,]").size(), 2u);
-    EXPECT_EQ(Zel::Json::parse("{\"a\":1,}").toJson(), "{\"a\":1}");
-    EXPECT_EQ(Zel::Json::parse("[ ]").toJson(), "[]");
-    EXPECT_EQ(Zel::Json::parse("{ }").toJson(), "{}");
-}
-
-TEST(JsonReader, RepeatedKeyKeepsTheLastValue) {
-    const Variant value = Zel::Json::parse(R"({"k":1,"a":0,"k":2,"k":3})");
-    EXPECT_EQ(value.size(), 2u);
-    EXPECT_EQ(value["k"], Variant(3));
-}
-
-TEST(JsonReader, ObjectsComeOutInByteOrder) {
-    EXPECT_EQ(Zel::Json::parse(R"({"b":1,"a":{"z":0,"Z":1},"\u00e9":2,"B":3})").toJson(),
-              "{\"B\":3,\"a\":{\"Z\":1,\"z\":0},\"b\":1,\"\xC3\xA9\":2}");
-}
-
 TEST(JsonReader, DecodesEscapes) {
     EXPECT_EQ(static_cast<std::string>(Zel::Json::parse(R"("\u00e9")")), "\xC3\xA9");
     EXPECT_EQ(static_cast<std::string>(Zel::Json::parse(R"("\u0041\u07FF\u0800")")), "A\xDF\xBF\xE0\xA0\x80");
@@ -88,16 +76,6 @@ TEST(JsonReader, DecodesEscapes) {
     EXPECT_EQ(static_cast<std::string>(Zel::Json::parse(R"("\uD83D\uDE00")")), "\xED\xA0\xBD\xED\xB8\x80");
     EXPECT_EQ(static_cast<std::string>(Zel::Json::parse(R"("\"\\\/\b\f\n\r\t")")), "\"\\/\b\f\n\r\t");
     EXPECT_EQ(static_cast<std::string>(Zel::Json::parse("\"raw\x01\xFF\"")), "raw\x01\xFF");
-}
-
-TEST(JsonReader, ReadsLongStringsAcrossTheWordScan) {
-    for (std::size_t length : {7u, 8u, 9u, 15u, 16u, 17u, 100u}) {
-        SCOPED_TRACE(length);
-        const std::string body(length, 'x');
-        EXPECT_EQ(static_cast<std::string>(Zel::Json::parse("\"" + body + "\"")), body);
-        EXPECT_EQ(static_cast<std::string>(Zel::Json::parse("\"" + body + "\\n" + body + "\"")),
-                  body + "\n" + body);
-    }
 }
 
 struct Refused {
@@ -229,6 +207,10 @@ TEST(JsonReader, FloatsMatchFromCharsToTheLastBit) {
         "0e500",
         "-0e-500",
         "00000000000000000000000000000.5",
+        // An explicit plus sign in the exponent, as the writer spells large and small values.
+        "1e+21",
+        "1e+300",
+        "5e-324",
     };
     for (const char* text : cases) {
         SCOPED_TRACE(text);
@@ -297,9 +279,11 @@ TEST(JsonReader, IntegersOfEveryLengthBeforeEveryTerminator) {
     EXPECT_THROW(parseExact("00000000009223372036854775808"), Zel::Json::ParserException);
 }
 
-TEST(JsonReader, EscapesAtEveryOffsetOfTheBlockScan) {
+TEST(JsonReader, StringsOfEveryLengthWithAnEscapeAtEveryOffsetOfTheBlockScan) {
     for (std::size_t before = 0; before < 40; ++before) {
-        for (std::size_t after = 0; after < 20; ++after) {
+        EXPECT_EQ(static_cast<std::string>(parseExact("\"" + std::string(before, 'a') + "\"")),
+                  std::string(before, 'a'));
+        for (std::size_t after = 0; after < 40; ++after) {
             const std::string body = std::string(before, 'a') + "\\n" + std::string(after, 'b');
             const std::string decoded = std::string(before, 'a') + "\n" + std::string(after, 'b');
             SCOPED_TRACE(body);
@@ -372,7 +356,6 @@ TEST(JsonReader, EmptyArraysStayIndependent) {
     EXPECT_EQ(first.toJson(), "[1]");
     EXPECT_EQ(inner.toJson(), "[2]");
     EXPECT_EQ(document.toJson(), R"([[],[],{"a":[]}])");
-    EXPECT_EQ(Zel::Json::parse("[]").toJson(), "[]");
     EXPECT_TRUE(Zel::Json::parse("[]").empty());
 }
 

@@ -1,10 +1,9 @@
-#include <Zel/Log/Level.h>
+#include "TestSupport.h"
 
 #include <Zel/GenericException.h>
+#include <Zel/Log/Level.h>
 #include <Zel/Log/LogString.h>
-
 #include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -43,8 +42,6 @@ TEST(Level, SeverityOrderPutsNoticeBelowInfo) {
             EXPECT_EQ(levelGreater(order[i], order[j]), i > j);
         }
     }
-    EXPECT_TRUE(levelGreater(Level::Info, Level::Notice));
-    EXPECT_FALSE(levelGreater(Level::Notice, Level::Info));
 }
 
 TEST(Level, LevelOutsideTheEnumerationThrowsOutOfRange) {
@@ -72,19 +69,12 @@ TEST(Level, ParseIgnoresCase) {
         SCOPED_TRACE(row.text);
         EXPECT_EQ(parseLevel(row.text), row.expected);
     }
-    EXPECT_EQ(static_cast<int>(parseLevel("warning")), 1);
-    EXPECT_EQ(static_cast<int>(parseLevel("WARNING")), 1);
 }
 
 TEST(Level, ParseRejectsAnyOtherTextWithItsName) {
     for (const std::string text : {"verbose", "", "Info ", " Info", "Infos", "Inf", "Warn", "1", "Ｉnfo"}) {
-        SCOPED_TRACE(text);
-        try {
-            parseLevel(text);
-            ADD_FAILURE() << "no exception";
-        } catch (const GenericException& e) {
-            EXPECT_EQ(e.message(), "Unknown log level: " + text);
-        }
+        EXPECT_EQ(Testing::messageOf<GenericException>([&] { parseLevel(text); }),
+                  "Unknown log level: " + text);
     }
 }
 
@@ -95,17 +85,12 @@ TEST(Level, DataTypeNames) {
     EXPECT_EQ(dataTypeName(static_cast<DataType>(42)), "Unknown");
 }
 
-TEST(Level, SinkMinimalLevelRejectsInvalidLevelAndKeepsTheOld) {
+TEST(Level, SinkRefusesAnInvalidLevelAndFiltersByTheSeverityOrder) {
     LogString log(Level::Warning);
     EXPECT_THROW(log.setMinimalLevel(static_cast<Level>(9)), std::out_of_range);
     EXPECT_EQ(log.minimalLevel(), Level::Warning);
-    log.setMinimalLevel(Level::Notice);
-    EXPECT_EQ(log.minimalLevel(), Level::Notice);
     EXPECT_THROW(LogString(static_cast<Level>(-3)), std::out_of_range);
-}
-
-TEST(Level, SinkDefaultLevelEnabledFollowsTheSeverityOrder) {
-    LogString log(Level::Notice);
+    log.setMinimalLevel(Level::Notice);
     EXPECT_TRUE(log.levelEnabled(Level::Notice));
     EXPECT_TRUE(log.levelEnabled(Level::Info));
     EXPECT_TRUE(log.levelEnabled(Level::Critical));

@@ -1,14 +1,9 @@
 #include <Zel/Log/LogString.h>
-
 #include <Zel/Log/ThreadContext.h>
-
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Zel::Log {
 namespace {
-
-using ::testing::ElementsAre;
 
 TEST(LogString, KeepsEveryFieldOfEachRecord) {
     LogString log;
@@ -44,14 +39,6 @@ TEST(LogString, TextContainsAndClear) {
     log.clear();
     EXPECT_EQ(log.size(), 0u);
     EXPECT_EQ(log.text(), "");
-}
-
-TEST(LogString, RespectsItsMinimalLevel) {
-    LogString log(Level::Warning);
-    log.info("dropped");
-    log.notice("dropped");
-    log.critical("kept");
-    EXPECT_THAT(log.messages(), ElementsAre("kept"));
 }
 
 } // namespace

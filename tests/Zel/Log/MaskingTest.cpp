@@ -1,9 +1,7 @@
-#include <Zel/Log/Masking.h>
-
 #include "TestSupport.h"
 
+#include <Zel/Log/Masking.h>
 #include <gtest/gtest.h>
-
 #include <random>
 #include <regex>
 #include <string>
@@ -23,13 +21,6 @@ std::string maskWithRegex(const std::string& text) {
 const char* const keys[] = {"communityRead", "communityWrite", "pwd",         "password",
                             "pin",           "pinCard",        "refreshToken"};
 
-TEST(Masking, PasswordValueBecomesAsterisksAndOtherKeysStay) {
-    EXPECT_EQ(hidePrivateStringInJson(R"({"password":"abc"})"), R"({"password":"****"})");
-    EXPECT_EQ(hidePrivateStringInJson(R"({"user":"abc"})"), R"({"user":"abc"})");
-    EXPECT_EQ(hidePrivateStringInJson(R"({"user":"bob","password":"abc","port":8080})"),
-              R"({"user":"bob","password":"****","port":8080})");
-}
-
 TEST(Masking, EveryKeyInBothQuoteStyles) {
     for (const std::string key : keys) {
         SCOPED_TRACE(key);
@@ -42,12 +33,16 @@ TEST(Masking, EveryKeyInBothQuoteStyles) {
     }
 }
 
-TEST(Masking, KeysThatMerelyEndInAListedWordAreMaskedToo) {
+// Each row is masked as given and exactly as the regular expression does.
+TEST(Masking, ChosenTextsAreMaskedExactlyAsTheExpressionDoes) {
     struct Row {
         const char* input;
         const char* expected;
     };
     const Row rows[] = {
+        {R"({"user":"bob","password":"abc","port":8080})", R"({"user":"bob","password":"****","port":8080})"},
+        {R"({"user":"abc"})", R"({"user":"abc"})"},
+        // Keys that merely end in a listed word are masked too.
         {R"({"mypassword":"x"})", R"({"mypassword":"****"})"},
         {R"({"userPwd":"x"})", R"({"userPwd":"x"})"},      // "Pwd" differs in case: not masked...
         {R"({"adminpwd":"x"})", R"({"adminpwd":"****"})"}, // ...but a lower-case ending is
@@ -57,20 +52,6 @@ TEST(Masking, KeysThatMerelyEndInAListedWordAreMaskedToo) {
         {R"({"passwordHint":"x"})", R"({"passwordHint":"x"})"}, // the key must be followed by its quote
         {R"({"pinCode":"1"})", R"({"pinCode":"1"})"},
         {R"({"PASSWORD":"x"})", R"({"PASSWORD":"x"})"}, // case-sensitive
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.input);
-        EXPECT_EQ(hidePrivateStringInJson(row.input), row.expected);
-        EXPECT_EQ(hidePrivateStringInJson(row.input), maskWithRegex(row.input));
-    }
-}
-
-TEST(Masking, EdgesOfTheExpression) {
-    struct Row {
-        const char* input;
-        const char* expected;
-    };
-    const Row rows[] = {
         // White space around the colon is dropped by the replacement.
         {"{\"pwd\" :\t \"x\"}", R"({"pwd":"****"})"},
         {"{\"pwd\"\n:\n\"x\"}", R"({"pwd":"****"})"},
@@ -145,46 +126,14 @@ TEST(Masking, AppendFormAddsToWhatIsThere) {
 }
 
 // Random texts built from the pieces the expression cares about, compared with the regular
-// expression itself: keys and their prefixes, both quotes, backslashes, white space, line breaks,
+// expression itself: the keys, parts of them, both quotes, backslashes, white space, line breaks,
 // NUL and bytes above 0x7f.
 TEST(Masking, EqualsTheRegularExpressionOnGeneratedTexts) {
-    const std::vector<std::string> pieces = {
-        "password",
-        "pwd",
-        "pin",
-        "pinCard",
-        "communityRead",
-        "communityWrite",
-        "refreshToken",
-        "pass",
-        "Card",
-        "word",
-        "commun",
-        "Token",
-        "my",
-        "x",
-        "\"",
-        "\\\"",
-        "\\",
-        ":",
-        " ",
-        "\t",
-        "\n",
-        "\r",
-        "\v",
-        "\f",
-        "{",
-        "}",
-        ",",
-        std::string(1, '\0'),
-        "\xc2\xa0",
-        "\xff",
-        "****",
-        "\"\"",
-        "\\\\\"",
-        "[",
-        "1",
-    };
+    std::vector<std::string> pieces(std::begin(keys), std::end(keys));
+    pieces.insert(pieces.end(), {"pass",     "Card", "word", "commun", "Token",  "my", "x",
+                                 "\"",       "\\\"", "\\",   ":",      " ",      "\t", "\n",
+                                 "\r",       "\v",   "\f",   "{",      "}",      ",",  std::string(1, '\0'),
+                                 "\xc2\xa0", "\xff", "****", "\"\"",   "\\\\\"", "[",  "1"});
     std::mt19937 random(20240305);
     for (int i = 0; i < 20000; ++i) {
         std::string text;

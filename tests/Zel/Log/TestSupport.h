@@ -5,9 +5,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <vector>
-
 #include <unistd.h>
+#include <vector>
 
 namespace Zel::Log::Testing {
 
@@ -34,6 +33,18 @@ public:
 private:
     std::filesystem::path m_path;
 };
+
+// The message of the `Exception` that `body` throws, or "no exception"; an exception of another type
+// fails the calling test.
+template <class Exception, class Body>
+std::string messageOf(Body&& body) {
+    try {
+        body();
+    } catch (const Exception& e) {
+        return e.message();
+    }
+    return "no exception";
+}
 
 inline std::string readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);

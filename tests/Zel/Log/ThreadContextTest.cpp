@@ -1,20 +1,14 @@
-#include <Zel/Log/ThreadContext.h>
-
 #include <Zel/Log/LogString.h>
-
+#include <Zel/Log/ThreadContext.h>
 #include <gtest/gtest.h>
-
 #include <thread>
 
 namespace Zel::Log {
 namespace {
 
-TEST(ThreadContext, EmptyUntilInstalled) {
+TEST(ThreadContext, EmptyUntilInstalledAndScopesNestAndRestore) {
     EXPECT_EQ(ThreadContext::currentSubsystem(), 0);
     EXPECT_EQ(ThreadContext::currentContext(), "");
-}
-
-TEST(ThreadContext, ScopesNestAndRestore) {
     {
         ThreadContext outer(1, "task A");
         EXPECT_EQ(ThreadContext::currentSubsystem(), 1);
@@ -49,13 +43,12 @@ TEST(ThreadContext, EachThreadHasItsOwn) {
     EXPECT_EQ(entries[0].threadId, otherId);
     EXPECT_EQ(entries[1].subsystem, 1);
     EXPECT_EQ(entries[1].context, "main");
+    // Ids are never 0 and stay the same for the life of a thread.
+    EXPECT_NE(otherId, 0u);
     EXPECT_NE(entries[1].threadId, otherId);
+    EXPECT_EQ(entries[1].threadId, ThreadContext::currentThreadId());
+    EXPECT_NE(entries[1].threadId, 0u);
     EXPECT_EQ(ThreadContext::currentContext(), "main");
-}
-
-TEST(ThreadContext, ThreadIdIsStablePerThread) {
-    EXPECT_EQ(ThreadContext::currentThreadId(), ThreadContext::currentThreadId());
-    EXPECT_NE(ThreadContext::currentThreadId(), 0u);
 }
 
 } // namespace

@@ -3,14 +3,11 @@
 #include "HostProcess.h"
 
 #include <Zel/Json/Json.h>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -22,34 +19,25 @@ struct HostRun {
     std::string errors;             // standard error
 };
 
+// Runs the host to its end with `input` as its standard input.
 HostRun runHost(const std::string& arguments, const std::string& input = {}) {
+    std::vector<std::string> list = words(arguments);
     // CTest runs the tests of this file as parallel processes: each needs files of its own.
     const std::string prefix = ::testing::TempDir() + "zel-host-" + std::to_string(getpid());
-    const std::string inputFile = prefix + "-input.txt";
     const std::string errorFile = prefix + "-errors.txt";
-    std::ofstream(inputFile) << input;
     // Each run on a database of its own, gone afterwards.
-    const std::string data = prefix + "-data";
-    const std::string command = std::string(ZEL_HOST_PATH) + " " + arguments + " --data " + data + " <" +
-                                inputFile + " 2>" + errorFile;
+    list.insert(list.end(), {"--data", prefix + "-data"});
     HostRun run;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    std::string out;
-    char buffer[4096];
-    for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        out.append(buffer, n);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::istringstream lines(out);
-    for (std::string line; std::getline(lines, line);)
-        run.lines.push_back(line);
+    {
+        HostProcess host(list, {}, errorFile);
+        if (!input.empty()) host.send(input);
+        run.status = host.finish(&run.lines);
+    }
     std::stringstream errors;
     errors << std::ifstream(errorFile).rdbuf();
     run.errors = errors.str();
-    std::remove(inputFile.c_str());
-    std::remove(errorFile.c_str());
-    std::filesystem::remove_all(data);
+    std::filesystem::remove(errorFile);
+    std::filesystem::remove_all(prefix + "-data");
     return run;
 }
 
@@ -67,8 +55,7 @@ Notes.get {"id":9}
 Notes.add {"tags":[]}
 Notes.remove {"id":1}
 Notes.list
-Notes.stats {}
-)");
+Notes.stats {})");
     EXPECT_EQ(run.status, 0) << run.errors;
     ASSERT_EQ(run.lines.size(), 10u) << run.errors;
     const Zel::Variant init = Zel::Json::parse(run.lines[0]);
@@ -94,7 +81,7 @@ Notes.stats {}
 }
 
 TEST(HostEndToEndTest, CommandLineCalls) {
-    const HostRun run = runHost(module + R"( --call Notes.add '{"text":"x"}' --call Notes.list)");
+    const HostRun run = runHost(module + R"( --call Notes.add {"text":"x"} --call Notes.list)");
     EXPECT_EQ(run.status, 0) << run.errors;
     ASSERT_EQ(run.lines.size(), 4u);
     EXPECT_EQ(run.lines[2], R"({"data":[{"id":1,"tags":[],"text":"x"}],"result":0})");
@@ -114,17 +101,15 @@ TEST(HostEndToEndTest, BadInputGetsOneLineAndNonZeroExit) {
          "zel-host: Unknown option | option=--confg | suggestion=--config"},
         {module + " --call Notes", "", 2,
          "zel-host: Invalid value for option | option=--call | value=Notes | expected=SERVICE.OPERATION"},
-        {module + " --init '[1]'", "", 2, "zel-host: bad --init document: "},
-        {module, "Notes.add {\"text\":\n", 1,
-         "zel-host: malformed JSON params for Notes.add: Unexpected end"},
-        {module, "Notes.add {\"text\":x}\n", 1,
+        {module + " --init [1]", "", 2, "zel-host: bad --init document: "},
+        {module, "Notes.add {\"text\":", 1, "zel-host: malformed JSON params for Notes.add: Unexpected end"},
+        {module, "Notes.add {\"text\":x}", 1,
          "zel-host: malformed JSON params for Notes.add: Invalid character #120 at 8"},
-        {module, "Nope.get {}\n", 1,
+        {module, "Nope.get {}", 1,
          "zel-host: unknown service 'Nope' (known: Cache, Callbacks_Notes, DataStore, Events, Messages, "
          "Notes, "
-         "PlatformLog, "
-         "ServiceRegistry, Tasks)"},
-        {module, "Notes\n", 1, "zel-host: expected SERVICE.OPERATION, got 'Notes'"},
+         "PlatformLog, ServiceRegistry, Tasks)"},
+        {module, "Notes", 1, "zel-host: expected SERVICE.OPERATION, got 'Notes'"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments + " <<< " + c.input);
@@ -142,11 +127,8 @@ TEST(HostEndToEndTest, ReminderFiresIntoNotesThroughTheHostAndSurvivesARestart) 
     const std::vector<std::string> arguments = {module, ZEL_REMINDERS_MODULE_PATH, "--data", data};
     const std::string note = R"({"id":1,"tags":[],"text":"Reminder: water the plants"})";
     const auto waitForNote = [&](HostProcess& host) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (host.call("Notes.list") != R"({"data":[)" + note + R"(],"result":0})") {
-            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the reminder never became a note";
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        ASSERT_TRUE(host.awaitReply("Notes.list", R"({"data":[)" + note + R"(],"result":0})"))
+            << "the reminder never became a note";
         EXPECT_EQ(host.call("Reminders.pending"), R"({"data":[],"result":0})");
     };
     {
@@ -165,11 +147,8 @@ TEST(HostEndToEndTest, ReminderFiresIntoNotesThroughTheHostAndSurvivesARestart) 
     host.readLine();
     host.readLine();
     // The first call of the next run schedules what is pending again, due at once.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (host.call("Reminders.pending") != R"({"data":[],"result":0})") {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the pending reminder never fired";
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    ASSERT_TRUE(host.awaitReply("Reminders.pending", R"({"data":[],"result":0})"))
+        << "the pending reminder never fired";
     EXPECT_EQ(host.call("Notes.get {\"id\":2}"),
               R"({"data":{"id":2,"tags":[],"text":"Reminder: later"},"result":0})");
     EXPECT_EQ(host.finish(), 0);

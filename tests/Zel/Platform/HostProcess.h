@@ -5,15 +5,28 @@
 // standard error on the same pipe, for tests that read what it logs (an HTTP host's port).
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
+
+// "a b c" as {"a", "b", "c"}: arguments or environment entries written as one line, where none has a
+// space of its own.
+inline std::vector<std::string> words(const std::string& text) {
+    std::vector<std::string> list;
+    std::istringstream split(text);
+    for (std::string word; split >> word;)
+        list.push_back(word);
+    return list;
+}
 
 class HostProcess {
 public:
@@ -86,6 +99,18 @@ public:
     std::string call(const std::string& line) {
         send(line);
         return readLine();
+    }
+
+    // Repeats the call until it gets `reply`, for work the host does later (a task, an idle
+    // timeout) that no reply announces; false when the reply has not come within the limit.
+    bool awaitReply(const std::string& line, const std::string& reply,
+                    std::chrono::seconds limit = std::chrono::seconds(20)) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (call(line) != reply) {
+            if (std::chrono::steady_clock::now() >= deadline) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
     }
 
     void kill() {

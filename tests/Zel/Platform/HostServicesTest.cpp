@@ -148,11 +148,8 @@ TEST_F(HostServicesTest, TransactionsRoutingAndErrorReplies) {
             R"({"queue":"default","delayMs":50,"reference":"r","callback":{"service":"zel-probe","operation":"call",)"
             R"("params":{"service":"DataStore","operation":"setKey","params":{"key":"fired","value":1}}}})")),
         R"({"data":{"existingTask":false,"taskId":1},"result":0})");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (host.call(R"(DataStore.getKey {"key":"fired"})") != R"({"data":1,"result":0})") {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the task never fired";
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    ASSERT_TRUE(host.awaitReply(R"(DataStore.getKey {"key":"fired"})", R"({"data":1,"result":0})"))
+        << "the task never fired";
 
     // A transaction left open at exit is rolled back.
     EXPECT_EQ(host.call(viaB("DataStore", "beginTransaction", "{}")), R"({"data":3,"result":0})");
@@ -181,11 +178,8 @@ TEST_F(HostServicesTest, AnIdleTransactionIsRolledBack) {
     EXPECT_EQ(host.call(viaA("DataStore", "beginTransaction", "{}")), R"({"data":1,"result":0})");
     EXPECT_EQ(host.call(viaA("DataStore", "setKey", R"({"key":"idle","value":1,"transactionId":1})")),
               R"({"data":null,"result":0})");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (host.call("DataStore.openTransactions {}") != R"({"data":0,"result":0})") {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the idle transaction stayed";
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    ASSERT_TRUE(host.awaitReply("DataStore.openTransactions {}", R"({"data":0,"result":0})"))
+        << "the idle transaction stayed";
     EXPECT_EQ(host.call(viaA("DataStore", "getKey", R"({"key":"idle","transactionId":1})")),
               error("Unknown transaction | transactionId=1", "unknownTransaction", "DataStore", "getKey"));
     EXPECT_EQ(host.call(R"(DataStore.getKey {"key":"idle"})"), R"({"data":null,"result":0})");
@@ -202,71 +196,42 @@ TEST_F(HostServicesTest, BadConfigurationAndModulesAreReportedByName) {
         << R"({"plugins": ["/nonexistent/zel-x.so", ")" << ZEL_PROBE_MODULE_PATH << R"("]})";
     const struct {
         std::string name;
-        std::vector<std::string> arguments;
-        std::vector<std::string> environment;
+        std::string arguments;   // words
+        std::string environment; // words
         int status;
         std::string message;
     } cases[] = {
-        {"malformed",
-         {"--config", path("malformed.json")},
-         {},
-         2,
+        {"malformed", "--config " + path("malformed.json"), "", 2,
          "zel-host: Config: malformed JSON | error=Unexpected end | source=" + path("malformed.json")},
-        {"wrong type",
-         {"--config", path("types.json")},
-         {},
-         2,
+        {"wrong type", "--config " + path("types.json"), "", 2,
          "zel-host: Config: expected an integer | found=\"four\" | path=threads | source=" +
              path("types.json")},
-        {"environment",
-         {},
-         {"ZEL_THREADS=0"},
-         2,
+        {"environment", "", "ZEL_THREADS=0", 2,
          "zel-host: Config: out of range | expected=1..256 | found=0 | path=threads | source=environment "
          "ZEL_THREADS"},
-        {"module twice",
-         {"--config", path("twice.json")},
-         {},
-         2,
+        {"module twice", "--config " + path("twice.json"), "", 2,
          "zel-host: Config: a module is listed twice | module=" + std::string(ZEL_PROBE_MODULE_PATH) +
              " | path=plugins | source=" + path("twice.json")},
-        {"contradictory",
-         {"--config", path("contradictory.json")},
-         {},
-         2,
+        {"contradictory", "--config " + path("contradictory.json"), "", 2,
          "zel-host: Config: applies to the embedded database only, not to database.connection (set it on the "
-         "database "
-         "itself) | path=database.forcedWrites | source=" +
+         "database itself) | path=database.forcedWrites | source=" +
              path("contradictory.json")},
-        {"bad --set",
-         {"--set", "threads"},
-         {},
-         2,
-         "zel-host: Config: expected path=value | argument=threads"},
-        {"missing module, the other runs",
-         {"--config", path("missing.json")},
-         {},
-         1,
+        {"bad --set", "--set threads", "", 2, "zel-host: Config: expected path=value | argument=threads"},
+        {"missing module, the other runs", "--config " + path("missing.json"), "", 1,
          "zel-host: cannot load plug-in module /nonexistent/zel-x.so: "},
-        {"refused init",
-         {ZEL_PROBE_MODULE_PATH},
-         {"ZEL_PROBE_REFUSE_INIT=1"},
-         2,
+        {"refused init", ZEL_PROBE_MODULE_PATH, "ZEL_PROBE_REFUSE_INIT=1", 2,
          "zel-host: plug-in module " + std::string(ZEL_PROBE_MODULE_PATH) +
              " refused init: Probe refuses init"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         std::filesystem::remove(path("errors.txt"));
-        std::vector<std::string> arguments = c.arguments;
-        arguments.insert(arguments.end(), {"--data", path("data")});
-        HostProcess host(arguments, c.environment, path("errors.txt"));
+        HostProcess host(words(c.arguments + " --data " + path("data")), words(c.environment),
+                         path("errors.txt"));
         if (c.status == 1) {
             EXPECT_EQ(Zel::Json::parse(host.readLine())["data"]["name"], Zel::Variant("zel-probe"));
-            EXPECT_EQ(
-                host.call("zel-probe.call "
-                          "{\"service\":\"DataStore\",\"operation\":\"getKey\",\"params\":{\"key\":\"k\"}}"),
-                R"({"data":null,"result":0})");
+            EXPECT_EQ(host.call(viaA("DataStore", "getKey", R"({"key":"k"})")),
+                      R"({"data":null,"result":0})");
         }
         EXPECT_EQ(host.finish(), c.status);
         EXPECT_NE(errors().find(c.message), std::string::npos) << errors();

@@ -1,3 +1,5 @@
+#include "TestHost.h"
+
 #include <Zel/Factory.h>
 #include <Zel/GenericException.h>
 #include <Zel/NoFactoryException.h>
@@ -18,15 +20,6 @@ struct Engine {
     int power = 7;
 };
 
-template <class F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const Zel::GenericException& error) {
-        return error.what();
-    }
-    return "no exception";
-}
 } // namespace
 
 TEST(ServiceLocatorTest, AddGetAndDuplicates) {
@@ -38,10 +31,10 @@ TEST(ServiceLocatorTest, AddGetAndDuplicates) {
     EXPECT_EQ(locator.get<Dog>(), nullptr);
 
     const std::string reference = typeid(Engine).name();
-    EXPECT_EQ(messageOf([&] { locator.add(std::make_shared<Engine>()); }),
+    EXPECT_EQ(messageOf<Zel::GenericException>([&] { locator.add(std::make_shared<Engine>()); }),
               "Service Locator: instance already exists | reference=" + reference);
     EXPECT_EQ(locator.get<Engine>(), engine); // the first one stays
-    EXPECT_EQ(messageOf([&] { locator.get<Dog>(reference); }),
+    EXPECT_EQ(messageOf<Zel::GenericException>([&] { locator.get<Dog>(reference); }),
               "Service Locator: invalid instance type | reference=" + reference);
 
     std::weak_ptr<Engine> weak = engine;
@@ -65,10 +58,10 @@ TEST(FactoryTest, CreatesAnewEachTimeAndChecksTypes) {
     EXPECT_EQ(made, 2);
 
     const std::string animal = typeid(Animal).name();
-    EXPECT_EQ(messageOf([&] { factory.create<Engine>(animal); }),
+    EXPECT_EQ(messageOf<Zel::GenericException>([&] { factory.create<Engine>(animal); }),
               "Factory: invalid factory type for the reference " + animal);
     EXPECT_THROW(factory.create<Engine>(), Zel::NoFactoryException);
-    EXPECT_EQ(messageOf([&] { factory.create<Engine>("missing"); }),
+    EXPECT_EQ(messageOf<Zel::GenericException>([&] { factory.create<Engine>("missing"); }),
               "Factory: no factory for the reference missing");
 
     // Copies share what was registered, and live on their own.

@@ -15,12 +15,8 @@ using Zel::Platform::ServiceException;
 
 TEST(ServiceCallerTest, WithoutCallbackTheCallFails) {
     const ServiceCaller caller;
-    try {
-        caller.call("DataStore", "getKey", "{}");
-        FAIL();
-    } catch (const Zel::GenericException& error) {
-        EXPECT_STREQ(error.what(), "Platform plugin is not initialized");
-    }
+    EXPECT_EQ(messageOf<Zel::GenericException>([&] { caller.call("DataStore", "getKey", "{}"); }),
+              "Platform plugin is not initialized");
 }
 
 TEST(ServiceCallerTest, PassesExactStringsAndReturnsData) {
@@ -69,13 +65,9 @@ TEST(ServiceCallerTest, ReadsTheReplyEnvelope) {
     }
 
     reply = "[1,2]";
-    try {
-        caller.call("S", "o", "{}");
-        FAIL();
-    } catch (const Zel::VariantInvalidOperationException& error) {
-        EXPECT_NE(std::string(error.what()).find("Zel::Variant::contains"), std::string::npos)
-            << error.what();
-    }
+    const std::string notAnObject =
+        messageOf<Zel::VariantInvalidOperationException>([&] { caller.call("S", "o", "{}"); });
+    EXPECT_NE(notAnObject.find("Zel::Variant::contains"), std::string::npos) << notAnObject;
 
     // A malformed reply fails as JSON; its buffer is still released (the ASan run checks leaks).
     reply = R"({"result":0,"data":)";

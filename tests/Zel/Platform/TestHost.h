@@ -3,6 +3,7 @@
 #include <Zel/Json/Json.h>
 #include <Zel/Platform/PlatformCallback.h>
 #include <Zel/Platform/ReplyAllocator.h>
+#include <exception>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -50,3 +51,14 @@ private:
 
     Handler m_handler;
 };
+
+// The text of what `f` throws, or "no exception"; an exception of another type fails the test.
+template <class Exception = std::exception, class F>
+std::string messageOf(F&& f) {
+    try {
+        f();
+    } catch (const Exception& error) {
+        return error.what();
+    }
+    return "no exception";
+}
