@@ -71,6 +71,11 @@ const std::string& engineThreadName();
 // it, may call back into the manager. No other lock is taken while it is held, except the
 // short-lived internal ones of the thread pool, the event loop and the clock.
 //
+// Outside the lock, by design: the task id counter, each queue's intake (the lock-free stack that
+// the common add pushes to, with its watch flag; see Queue) and the arrival counter that spinning
+// workers watch for it. A run in an intake is known to no one but its queue until a holder of the
+// lock admits it; every lookup admits first.
+//
 // Workers. A queue that has a run it may start now (its start time has come, it has a free place
 // below maxThreads) offers itself with handToWorker(); an idle worker takes the first queue offered,
 // starts one run of it and, when the queue could start another, offers it again at the back. So
