@@ -17,15 +17,6 @@ using Zel::Db::Connection;
 using Zel::Db::ConnectionPool;
 using Zel::Db::DbException;
 
-struct Backend {
-    const char* name;
-    std::unique_ptr<TestDatabase> (*make)();
-};
-
-void PrintTo(const Backend& backend, std::ostream* out) {
-    *out << backend.name;
-}
-
 class ConnectionPoolTest : public ::testing::TestWithParam<Backend> {
 protected:
     void SetUp() override {
@@ -167,7 +158,7 @@ TEST_P(ConnectionPoolTest, HandlesOutliveThePool) {
 INSTANTIATE_TEST_SUITE_P(Db, ConnectionPoolTest,
                          ::testing::Values(Backend{"sqlite", &makeSqliteDatabase},
                                            Backend{"postgresql", &makePostgresDatabase}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         backendName);
 
 } // namespace
 } // namespace ZelTest

@@ -3,7 +3,6 @@
 #include <Zel/Db/Connection.h>
 #include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <unistd.h>
 
@@ -21,10 +20,7 @@ const bool lockDirectorySet = [] {
 
 class FirebirdTestDatabase : public TestDatabase {
 public:
-    FirebirdTestDatabase() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "zel-firebird-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed: " + pattern);
-        m_directory = pattern;
+    FirebirdTestDatabase() : m_directory(makeTempDirectory("zel-firebird-")) {
         m_path = (m_directory / "test.fdb").string();
         // Forced writes off: with them every commit waits for the disk, some 1,300 a second.
         Zel::Db::Connection::create("Database=" + m_path + ";Create=1;ForcedWrites=0")->close();

@@ -2,7 +2,6 @@
 
 #include <Zel/Db/Connection.h>
 #include <Zel/Db/DbException.h>
-#include <Zel/LongBinary.h>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -18,6 +17,9 @@ extern char** environ;
 
 namespace Zel::Db {
 namespace {
+
+using ZelTest::everyByte;
+using ZelTest::same;
 
 // --- a second process holding the database -------------------------------------------------------
 // The test binary runs itself again with ZEL_FIREBIRD_HOLD=<path>: before main, it opens the file,
@@ -120,23 +122,6 @@ protected:
     std::unique_ptr<Connection> m_connection;
 };
 
-LongBinary bytes(std::size_t size) {
-    LongBinary binary;
-    binary.alloc(static_cast<std::int32_t>(size));
-    for (std::size_t i = 0; i < size; ++i)
-        binary.data()[i] = static_cast<std::uint8_t>(i * 7 + i / 251);
-    return binary;
-}
-
-void expectSame(const Variant& actual, const Variant& expected) {
-    ASSERT_EQ(Variant::typeToString(actual.type()), Variant::typeToString(expected.type()));
-    if (expected.type() == Variant::Type::Binary)
-        EXPECT_TRUE(actual.binary() == expected.binary())
-            << "binary of " << actual.binary().size() << " bytes";
-    else
-        EXPECT_TRUE(actual == expected) << static_cast<std::string>(actual);
-}
-
 // --- values ----------------------------------------------------------------------------------------
 
 TEST_F(FirebirdConnectionTest, ValuesRoundTripByTheMappingRules) {
@@ -181,9 +166,9 @@ TEST_F(FirebirdConnectionTest, ValuesRoundTripByTheMappingRules) {
         {"INTEGER", "42", 42},
         {"BLOB SUB_TYPE TEXT", longText, longText},
         {"BLOB SUB_TYPE TEXT", "short text", "short text"},
-        {"BLOB", bytes(1 << 20), bytes(1 << 20)},
-        {"BLOB", bytes(300), bytes(300)},
-        {"CHAR(4) CHARACTER SET OCTETS", bytes(4), bytes(4)},
+        {"BLOB", everyByte(1 << 20), everyByte(1 << 20)},
+        {"BLOB", everyByte(300), everyByte(300)},
+        {"CHAR(4) CHARACTER SET OCTETS", everyByte(4), everyByte(4)},
         {"VARCHAR(10)", Variant(), Variant()},
         {"BLOB", Variant(), Variant()},
     };
@@ -205,7 +190,7 @@ TEST_F(FirebirdConnectionTest, ValuesRoundTripByTheMappingRules) {
         const Variant::Type columnType =
             cases[i].columnType != Variant::Type::Null ? cases[i].columnType : cases[i].expected.type();
         if (columnType != Variant::Type::Null) EXPECT_EQ(rows->columnType(i), columnType);
-        expectSame(rows->value(i), cases[i].expected);
+        EXPECT_TRUE(same(rows->value(i), cases[i].expected));
     }
     EXPECT_FALSE(rows->next());
     EXPECT_TRUE(rows->eof());
@@ -303,7 +288,6 @@ TEST_F(FirebirdConnectionTest, CachedStatementsDoNotKeepATableInUseWhenDdlDropsI
     db().execute("INSERT INTO t VALUES (?)", {1});
     EXPECT_EQ(static_cast<int>(db().scalar("SELECT id FROM t WHERE id >= ?", {0})), 1);
     EXPECT_GT(db().cachedStatementCount(), 0u);
-    // Cached statements must not keep a table in use when DDL drops it.
     db().execute("DROP TABLE t");
     EXPECT_THROW(db().query("SELECT id FROM t"), DbException);
 }
@@ -374,9 +358,10 @@ TEST_F(FirebirdConnectionTest, ALockConflictFailsAfterTheLockTimeout) {
 
 // --- connection life -------------------------------------------------------------------------------
 
-TEST_F(FirebirdConnectionTest, CloseLeavesOpenRecordsetsThrowing) {
+// What close does to open recordsets is a conformance case; these are the ways Firebird ends a
+// cursor without one.
+TEST_F(FirebirdConnectionTest, RecordsetsThrowOnceTheirTransactionOrConnectionEnds) {
     EXPECT_EQ(db().backend(), "firebird");
-    EXPECT_TRUE(db().isAlive());
     db().execute("CREATE TABLE t (id INTEGER)");
     db().execute("INSERT INTO t VALUES (1)");
     db().execute("INSERT INTO t VALUES (2)");
@@ -390,14 +375,6 @@ TEST_F(FirebirdConnectionTest, CloseLeavesOpenRecordsetsThrowing) {
         EXPECT_THROW(inTransaction->value(0), DbException);
     }
     auto rows = db().query("SELECT id FROM t");
-    db().begin();
-    db().close();
-    EXPECT_FALSE(db().opened());
-    EXPECT_FALSE(db().isAlive());
-    EXPECT_FALSE(db().inTransaction());
-    EXPECT_THROW(rows->value(0), DbException);
-    EXPECT_THROW(rows->next(), DbException);
-    EXPECT_THROW(db().execute("INSERT INTO t VALUES (3)"), DbException);
     m_connection.reset();
     EXPECT_THROW(rows->next(), DbException);
 }
