@@ -11,6 +11,7 @@
 #include <Zel/Orm/Session.h>
 #include <Zel/Orm/SessionFactory.h>
 #include <Zel/Orm/Tx.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -158,16 +159,28 @@ protected:
         return rows; // sequences are outside transactions by design, so they are left out
     }
 
-    // A committed Employee, made in a session of its own.
-    std::int32_t committedEmployee(const std::string& name = "Ada", double salary = 10) {
+    // The id of a committed T, filled by `fill` in a session of its own.
+    template <class T>
+    std::int32_t committed(const std::function<void(T&)>& fill = {}) {
         auto other = factory->create();
         Tx tx(other.get());
-        auto employee = other->create<Employee>();
-        employee->name = name;
-        employee->salary = salary;
-        employee->save();
+        auto object = other->create<T>();
+        if (fill) fill(*object);
+        object->save();
         tx.commit();
-        return employee->id();
+        return object->id();
+    }
+    std::int32_t committedEmployee(const std::string& name = "Ada", double salary = 10) {
+        return committed<Employee>([&](Employee& employee) {
+            employee.name = name;
+            employee.salary = salary;
+        });
+    }
+
+    // The rows of `table` with this id, read on a connection of its own.
+    std::int64_t rowCount(const std::string& table, std::int32_t id) {
+        return static_cast<std::int64_t>(Db::Connection::create(database->connectionString())
+                                             ->scalar("SELECT COUNT(*) FROM " + table + " WHERE id=?", {id}));
     }
 
     std::unique_ptr<ZelTest::TestDatabase> database = ZelTest::makeFirebirdDatabase();

@@ -63,12 +63,8 @@ TEST_F(OrmTest, SavingANewObjectInsertsTheInfoRowAndOneRowPerClassTableUnderOneI
         EXPECT_EQ(static_cast<std::string>(
                       check->scalar("SELECT orm_class FROM tblOrmObjects WHERE id=?", {object->id()})),
                   c.className);
-        for (const char* table : c.tables) {
-            EXPECT_EQ(static_cast<std::int64_t>(check->scalar(
-                          std::string("SELECT COUNT(*) FROM ") + table + " WHERE id=?", {object->id()})),
-                      1)
-                << table;
-        }
+        for (const char* table : c.tables)
+            EXPECT_EQ(rowCount(table, object->id()), 1) << table;
     }
 }
 
@@ -108,19 +104,13 @@ TEST_F(OrmTest, SavingAChangedObjectUpdatesOnlyTheChangedTablesAndTouchesTheFirs
 }
 
 TEST_F(OrmTest, EveryFieldTypeRoundTrips) {
-    std::int32_t id = 0;
     const unsigned char bytes[] = {0, 1, 2, 255, 0};
-    {
-        Tx tx(session.get());
-        auto note = session->create<Note>();
-        note->done = true, note->priority = -3, note->big = std::int64_t{1} << 40;
-        note->text = std::string(5000, 'x') + "é";
-        note->at = DateTime(Date(2026, 11, 24), Time(10, 30, 5));
-        note->data = LongBinary(bytes, sizeof bytes);
-        note->save();
-        tx.commit();
-        id = note->id();
-    }
+    const std::int32_t id = committed<Note>([&](Note& note) {
+        note.done = true, note.priority = -3, note.big = std::int64_t{1} << 40;
+        note.text = std::string(5000, 'x') + "é";
+        note.at = DateTime(Date(2026, 11, 24), Time(10, 30, 5));
+        note.data = LongBinary(bytes, sizeof bytes);
+    });
     for (int cacheCapacity : {0, 10}) {
         SCOPED_TRACE(cacheCapacity);
         auto other = makeFactory({.cacheCapacity = cacheCapacity});
@@ -217,14 +207,7 @@ TEST_F(OrmTest, LoadingLooksInTheIdentityMapThenTheCacheThenTheDatabase) {
 
 TEST_F(OrmTest, ClassFilterAndMissingObjects) {
     const std::int32_t employee = committedEmployee();
-    std::int32_t person = 0;
-    {
-        Tx tx(session.get());
-        auto p = session->create<Person>();
-        p->save();
-        tx.commit();
-        person = p->id();
-    }
+    const std::int32_t person = committed<Person>();
     auto other = factory->create();
     struct Case {
         std::int32_t id;
@@ -321,11 +304,7 @@ TEST_F(OrmTest, MessagesOfMisuse) {
             EXPECT_EQ(error.message(), c.message);
         }
     }
-    EXPECT_EQ(
-        static_cast<std::int64_t>(Db::Connection::create(database->connectionString())
-                                      ->scalar("SELECT COUNT(*) FROM tblPerson WHERE id=?", {employee})),
-        1)
-        << "the refused erase deleted nothing";
+    EXPECT_EQ(rowCount("tblPerson", employee), 1) << "the refused erase deleted nothing";
     try {
         factory->configured();
         ADD_FAILURE() << "configured twice";
@@ -408,20 +387,7 @@ TEST_F(OrmTest, ModelDeclarationErrors) {
 
 TEST_F(OrmTest, EraseLocksAndSequences) {
     const std::int32_t employee = committedEmployee();
-    std::int32_t invoice = 0;
-    {
-        auto other = factory->create();
-        Tx tx(other.get());
-        auto i = other->create<Invoice>();
-        i->amount = 12;
-        i->save();
-        tx.commit();
-        invoice = i->id();
-    }
-    auto count = [&](const std::string& table, std::int32_t id) {
-        return static_cast<std::int64_t>(Db::Connection::create(database->connectionString())
-                                             ->scalar("SELECT COUNT(*) FROM " + table + " WHERE id=?", {id}));
-    };
+    const std::int32_t invoice = committed<Invoice>([](Invoice& i) { i.amount = 12; });
     {
         Tx tx(session.get());
         auto loaded = session->get<Employee>(employee);
@@ -447,10 +413,10 @@ TEST_F(OrmTest, EraseLocksAndSequences) {
         tx.commit();
     }
     for (const char* table : {"tblOrmObjects", "tblPerson", "tblEmployee"})
-        EXPECT_EQ(count(table, employee), 0) << table;
+        EXPECT_EQ(rowCount(table, employee), 0) << table;
     for (const char* table : {"tblOrmObjects", "tblDocument", "tblInvoice"})
-        EXPECT_EQ(count(table, invoice), 0) << table;
-    EXPECT_EQ(count("tblOrmLocks", 77), 1);
+        EXPECT_EQ(rowCount(table, invoice), 0) << table;
+    EXPECT_EQ(rowCount("tblOrmLocks", 77), 1);
 
     Tx tx(session.get());
     session->setNextId("genOrmObjectId", 1000);

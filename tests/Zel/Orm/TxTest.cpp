@@ -93,23 +93,22 @@ TEST_F(OrmTest, CommitAnnouncesEachKindOfChangeOnce) {
         seen.push_back(event.data());
         throw std::runtime_error("a handler's failure must not fail the commit");
     });
+    std::shared_ptr<Person> a, b;
+    auto changeEachKind = [&] {
+        a = session->create<Person>();
+        b = session->create<Employee>();
+        session->get<Employee>(updated)->salary = 99;
+        session->get<Employee>(updated)->name = "Eve";
+        session->object(erased)->erase();
+        EXPECT_EQ(session->save(), 3);
+    };
     Tx tx(session.get());
-    auto a = session->create<Person>();
-    auto b = session->create<Employee>();
-    session->get<Employee>(updated)->salary = 99;
-    session->get<Employee>(updated)->name = "Eve";
-    session->object(erased)->erase();
-    EXPECT_EQ(session->save(), 3);
+    changeEachKind();
     session->rollback();
     EXPECT_TRUE(seen.empty()) << "a rollback announces nothing";
 
     Tx second(session.get());
-    a = session->create<Person>();
-    b = session->create<Employee>();
-    session->get<Employee>(updated)->salary = 99;
-    session->get<Employee>(updated)->name = "Eve";
-    session->object(erased)->erase();
-    session->save();
+    changeEachKind();
     second.commit();
     ASSERT_EQ(seen.size(), 3u);
     EXPECT_THAT(names, ElementsAre("orm.objectsChanged", "orm.objectsChanged", "orm.objectsChanged"));
