@@ -1,18 +1,15 @@
-#include <Zel/IO/FileStream.h>
-
 #include <Zel/IO/BufferedStream.h>
+#include <Zel/IO/FileStream.h>
 #include <Zel/IO/IOException.h>
 #include <Zel/IO/StreamUtils.h>
 #include <Zel/IO/StringStream.h>
 #include <Zel/NotSupportedException.h>
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
-#include <thread>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace Zel::IO {

@@ -1,17 +1,14 @@
-#include <Zel/IO/MemoryStream.h>
-#include <Zel/IO/NullStream.h>
-#include <Zel/IO/StringStream.h>
-
 #include "TestStreams.h"
 
 #include <Zel/ArgumentException.h>
 #include <Zel/IO/IOException.h>
+#include <Zel/IO/MemoryStream.h>
+#include <Zel/IO/NullStream.h>
 #include <Zel/IO/StreamUtils.h>
+#include <Zel/IO/StringStream.h>
 #include <Zel/NotSupportedException.h>
-
-#include <gtest/gtest.h>
-
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -113,18 +110,6 @@ TEST(MemoryStream, ReadsAndSeeksOverTheBlockWithoutOwningIt) {
     EXPECT_THROW(stream.setPosition(21), ArgumentException);
 }
 
-TEST(MemoryStream, OverConstMemoryRefusesWrites) {
-    const char block[] = "read only";
-    MemoryStream stream(static_cast<const void*>(block), sizeof block - 1);
-    try {
-        stream.write("x", 1);
-        FAIL() << "no exception";
-    } catch (const NotSupportedException& e) {
-        EXPECT_STREQ(e.what(), "Stream: operation not supported | operation=write");
-    }
-    EXPECT_EQ(std::string(block), "read only");
-}
-
 TEST(MemoryStream, WritesOverwriteInPlaceAndStopAtTheEnd) {
     char block[8] = {'-', '-', '-', '-', '-', '-', '-', '-'};
     MemoryStream stream(static_cast<void*>(block), sizeof block);
@@ -171,11 +156,14 @@ TEST(StreamUtils, ReadAllAndWriteAllCrossPieces) {
 
 TEST(AbstractStream, OperationsAStreamLacksThrowWithTheirName) {
     Testing::PieceSink sink(4);
+    const char block[] = "read only";
+    MemoryStream constMemory(static_cast<const void*>(block), sizeof block - 1);
     char byte;
     const std::vector<std::pair<std::string, std::function<void()>>> calls = {
         {"read", [&] { sink.read(&byte, 1); }},
         {"peek", [&] { sink.peek(&byte, 1); }},
         {"setPosition", [&] { sink.setPosition(0); }},
+        {"write", [&] { constMemory.write("x", 1); }},
     };
     for (const auto& [name, call] : calls) {
         SCOPED_TRACE(name);
@@ -187,6 +175,7 @@ TEST(AbstractStream, OperationsAStreamLacksThrowWithTheirName) {
         }
     }
     EXPECT_EQ(sink.getLength(), -1);
+    EXPECT_EQ(std::string(block), "read only");
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Zel/IO/AbstractStream.h>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
