@@ -35,7 +35,7 @@ protected:
     fs::path m_directory;
 };
 
-TEST_F(FileStreamTest, WritesThenReadsBackTheSameBytes) {
+TEST_F(FileStreamTest, ReadsBackTheWrittenBytesPeekingAndSeekingButNotWriting) {
     std::string text;
     for (int i = 0; i < 20000; ++i)
         text += static_cast<char>(i * 7);
@@ -50,25 +50,18 @@ TEST_F(FileStreamTest, WritesThenReadsBackTheSameBytes) {
     EXPECT_EQ(in.capabilities(),
               IStream::Readable | IStream::Seekable | IStream::Peekable | IStream::LengthKnown);
     EXPECT_EQ(in.getLength(), 20000);
-    EXPECT_EQ(readAll(in), text);
-    EXPECT_EQ(in.getPosition(), 20000);
-}
-
-TEST_F(FileStreamTest, PeekDoesNotMoveThePosition) {
-    {
-        FileStream out(path("head.txt"), FileStream::Mode::Write);
-        writeAll(out, "HTTP/1.1 200 OK\r\n", 17);
-    }
-    FileStream in(path("head.txt"));
     char buffer[8];
     EXPECT_EQ(in.peek(buffer, 8), 8u);
-    EXPECT_EQ(std::string(buffer, 8), "HTTP/1.1");
+    EXPECT_EQ(std::string(buffer, 8), text.substr(0, 8));
     EXPECT_EQ(in.getPosition(), 0);
+    EXPECT_EQ(readAll(in), text);
+    EXPECT_EQ(in.getPosition(), 20000);
     in.setPosition(9);
     EXPECT_EQ(in.read(buffer, 3), 3u);
-    EXPECT_EQ(std::string(buffer, 3), "200");
+    EXPECT_EQ(std::string(buffer, 3), text.substr(9, 3));
     in.setEof();
     EXPECT_EQ(in.read(buffer, 1), 0u);
+    EXPECT_THROW(in.write("x", 1), NotSupportedException);
 }
 
 TEST_F(FileStreamTest, AppendContinuesAndReadWriteSwitchesDirection) {
@@ -97,12 +90,6 @@ TEST_F(FileStreamTest, MissingFileFailsWithPathAndReason) {
         EXPECT_EQ(std::string(e.what()), "File stream: cannot open | path=" + missing.string() +
                                              " | error=No such file or directory");
     }
-}
-
-TEST_F(FileStreamTest, AReadOnlyFileRefusesWrites) {
-    { FileStream out(path("r.txt"), FileStream::Mode::Write); }
-    FileStream in(path("r.txt"));
-    EXPECT_THROW(in.write("x", 1), NotSupportedException);
 }
 
 TEST_F(FileStreamTest, APipeIsReadableButNeitherSeekableNorPeekable) {
