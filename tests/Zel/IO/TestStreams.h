@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Zel/IO/AbstractStream.h>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
